@@ -1,0 +1,25 @@
+#include "kel/common/log.hpp"
+
+#include <fmt/format.h>
+
+#include <iostream>
+
+namespace kel {
+
+std::string location_text(const std::source_location& loc) {
+    return fmt::format("{}:{}", loc.file_name(), loc.line());
+}
+
+void warn(const LogCallback& callback, std::string& text, std::source_location loc) {
+    try {
+        std::string line =
+            fmt::format("[{}:{}] : (KEL Warning) {}", loc.file_name(), loc.line(), text);
+        std::cerr << line << std::endl;
+        if (callback) callback(line);
+    } catch (...) {
+        // A warning must never abort the operation that issued it.
+    }
+    text.clear();
+}
+
+}  // namespace kel

@@ -1,0 +1,14 @@
+#pragma once
+#include <string>
+#include <vector>
+
+#include "kel/cxx/types.hpp"
+
+namespace kel::utils {
+
+// The devices of one kind ("CPU", "GPU" or "NPU") present now, as (driver version,
+// description) rows in enumeration order. Never throws for a missing device.
+std::vector<DeviceDriverInfo> GetDeviceInfo(std::string device_name, const std::string& name_filter,
+                                            int max_count);
+
+}  // namespace kel::utils

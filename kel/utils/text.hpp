@@ -1,0 +1,17 @@
+#pragma once
+#include <filesystem>
+#include <string>
+
+namespace kel::utils {
+
+// Wide text (UTF-16 on Windows, UTF-32 elsewhere) to UTF-8. Fails with
+// std::runtime_error "Failed to convert wstring to string (...)." on invalid input.
+std::string wstringToString(const std::wstring& text);
+
+// UTF-8 to wide text; invalid sequences fail with std::runtime_error.
+std::wstring stringToWstring(const std::string& text);
+
+// A path as narrow text in the current code page (UTF-8 on Linux).
+std::string pathToString(const std::filesystem::path& path);
+
+}  // namespace kel::utils

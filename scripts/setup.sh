@@ -1,0 +1,87 @@
+#!/usr/bin/env bash
+# Installs everything the build needs on a fresh Debian 12 machine. Downloads are
+# cached under ${KEL_CACHE:-~/.cache/kel}, so a second run is fast and offline.
+set -euo pipefail
+
+ROOT="$(cd "$(dirname "${BASH_SOURCE[0]}")/.." && pwd)"
+CACHE="${KEL_CACHE:-$HOME/.cache/kel}"
+OPENVINO_VERSION="2025.4.1"
+ORT_NPM="com.github.asus4.onnxruntime@0.4.9"
+ORT_VERSION="1.29.0"
+mkdir -p "$CACHE"
+
+say() { printf '[setup] %s\n' "$*" >&2; }
+
+# --- Debian packages -------------------------------------------------------
+DEB_PKGS=(cmake ninja-build g++ make pkg-config libfmt-dev libgtest-dev libgmock-dev
+          libbenchmark-dev python3 python3-venv pci.ids npm)
+missing=()
+for p in "${DEB_PKGS[@]}"; do
+  dpkg-query -W -f='${Status}' "$p" 2>/dev/null | grep -q "install ok installed" || missing+=("$p")
+done
+# npm and python may come from elsewhere (nvm, pyenv); only ask apt when absent.
+filtered=()
+for p in "${missing[@]}"; do
+  case "$p" in
+    npm) command -v npm >/dev/null || filtered+=("$p") ;;
+    python3) command -v python3 >/dev/null || filtered+=("$p") ;;
+    python3-venv) python3 -m venv --help >/dev/null 2>&1 || filtered+=("$p") ;;
+    *) filtered+=("$p") ;;
+  esac
+done
+if [ ${#filtered[@]} -gt 0 ]; then
+  say "installing Debian packages: ${filtered[*]}"
+  SUDO=""; [ "$(id -u)" -ne 0 ] && SUDO="sudo"
+  $SUDO apt-get update -qq
+  DEBIAN_FRONTEND=noninteractive $SUDO apt-get install -y -qq "${filtered[@]}" >/dev/null
+fi
+
+# --- Python tools: OpenVINO runtime (with C++ headers and CMake config), onnx, numpy
+PY="$(command -v python3)"
+PYTAG="$("$PY" -c 'import sys; print(f"cp{sys.version_info[0]}{sys.version_info[1]}")')"
+REQ="$ROOT/scripts/requirements.txt"
+REQ_HASH="$( (cat "$REQ"; echo "$PYTAG") | sha256sum | cut -c1-16)"
+WHEELS="$CACHE/wheels"
+if [ ! -f "$WHEELS/.ok-$REQ_HASH" ]; then
+  say "downloading Python wheels into $WHEELS"
+  mkdir -p "$WHEELS"
+  "$PY" -m pip download -q -d "$WHEELS" -r "$REQ"
+  touch "$WHEELS/.ok-$REQ_HASH"
+fi
+VENV="$ROOT/.venv"
+if [ ! -f "$VENV/.ok-$REQ_HASH" ]; then
+  say "creating the project virtual environment $VENV"
+  rm -rf "$VENV"
+  "$PY" -m venv "$VENV"
+  "$VENV/bin/pip" install -q --no-index --find-links "$WHEELS" -r "$REQ"
+  touch "$VENV/.ok-$REQ_HASH"
+fi
+
+# --- ONNX Runtime from its npm redistribution ------------------------------
+ORT_DIR="$CACHE/onnxruntime-$ORT_VERSION"
+if [ ! -f "$ORT_DIR/.ok" ]; then
+  TGZ="$CACHE/com.github.asus4.onnxruntime-0.4.9.tgz"
+  if [ ! -f "$TGZ" ]; then
+    say "downloading $ORT_NPM"
+    (cd "$CACHE" && npm pack -q "$ORT_NPM" --pack-destination "$CACHE" >/dev/null)
+  fi
+  rm -rf "$ORT_DIR" "$CACHE/ort-extract"
+  mkdir -p "$ORT_DIR/include" "$ORT_DIR/lib" "$CACHE/ort-extract"
+  tar xzf "$TGZ" -C "$CACHE/ort-extract"
+  HDRS="$(find "$CACHE/ort-extract" -path '*ios-arm64/onnxruntime.framework/Headers' -type d | head -n 1)"
+  cp "$HDRS"/*.h "$ORT_DIR/include/"
+  cp "$CACHE/ort-extract/package/Plugins/Linux/x64/"*.so "$ORT_DIR/lib/"
+  ln -sf libonnxruntime.so "$ORT_DIR/lib/libonnxruntime.so.1"
+  rm -rf "$CACHE/ort-extract"
+  touch "$ORT_DIR/.ok"
+fi
+
+# --- What the build reads ---------------------------------------------------
+OV_CMAKE="$("$VENV/bin/python" -c 'import openvino.utils as u; print(u.get_cmake_path())')"
+cat > "$ROOT/.deps.cmake" <<EOT
+# Written by scripts/setup.sh; paths of this machine's dependencies.
+set(OpenVINO_DIR "$OV_CMAKE" CACHE PATH "" FORCE)
+set(KEL_ORT_ROOT "$ORT_DIR" CACHE PATH "" FORCE)
+set(KEL_PYTHON "$VENV/bin/python" CACHE FILEPATH "" FORCE)
+EOT
+say "ready (OpenVINO $OPENVINO_VERSION, ONNX Runtime $ORT_VERSION)"
