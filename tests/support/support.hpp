@@ -1,0 +1,82 @@
+#pragma once
+// Small helpers shared by the test programs.
+#include <gtest/gtest.h>
+
+#include <filesystem>
+#include <fstream>
+#include <functional>
+#include <random>
+#include <string>
+#include <vector>
+
+namespace kel::test {
+
+// A fresh directory under the system temporary directory, removed with its contents.
+class TempDir {
+public:
+    TempDir() {
+        std::random_device rd;
+        path_ = std::filesystem::temp_directory_path() /
+                ("kel-test-" + std::to_string(rd()) + "-" + std::to_string(rd()));
+        std::filesystem::create_directories(path_);
+    }
+    ~TempDir() {
+        std::error_code ec;
+        std::filesystem::remove_all(path_, ec);
+    }
+    TempDir(const TempDir&) = delete;
+    TempDir& operator=(const TempDir&) = delete;
+    const std::filesystem::path& path() const { return path_; }
+    std::filesystem::path operator/(const std::string& name) const { return path_ / name; }
+
+private:
+    std::filesystem::path path_;
+};
+
+inline void writeFile(const std::filesystem::path& path, const std::string& bytes) {
+    std::ofstream out(path, std::ios::binary | std::ios::trunc);
+    out.write(bytes.data(), static_cast<std::streamsize>(bytes.size()));
+}
+
+inline std::string readFile(const std::filesystem::path& path) {
+    std::ifstream in(path, std::ios::binary);
+    return std::string(std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>());
+}
+
+// Where libkel.so, the programs and the staged runtime libraries are.
+inline std::filesystem::path outputDir() { return KEL_OUTPUT_DIR; }
+inline std::filesystem::path dataDir() { return KEL_TEST_DATA_DIR; }
+
+// The what() text of the exception `f` throws, or "" when it throws nothing.
+template <class F>
+std::string thrownText(F&& f) {
+    try {
+        f();
+    } catch (const std::exception& e) {
+        return e.what();
+    }
+    return {};
+}
+
+// Everything written to standard error while `f` runs.
+template <class F>
+std::string capturedStderr(F&& f) {
+    testing::internal::CaptureStderr();
+    f();
+    return testing::internal::GetCapturedStderr();
+}
+
+// Files in the temporary directory that look like kel's plugins lists ("<thread>-<ticks>.xml").
+inline std::vector<std::string> pluginsListFiles() {
+    std::vector<std::string> names;
+    for (const auto& entry : std::filesystem::directory_iterator(std::filesystem::temp_directory_path())) {
+        const std::string name = entry.path().filename().string();
+        const auto dash = name.find('-');
+        if (entry.path().extension() == ".xml" && dash != std::string::npos && dash > 0 &&
+            std::isdigit(static_cast<unsigned char>(name[0])))
+            names.push_back(name);
+    }
+    return names;
+}
+
+}  // namespace kel::test
