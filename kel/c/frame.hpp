@@ -3,6 +3,7 @@
 // any standard exception becomes the handle's text and the function's failure value.
 #include <cstdint>
 #include <cstring>
+#include <source_location>
 #include <exception>
 #include <memory>
 #include <string>
@@ -29,15 +30,11 @@ R frame(void* handle, R failure, Body&& body) {
     if (!h || !h->exception_string.empty()) return failure;
     try {
         if (!h->engine) raise("the kel engine was not created; destroy this handle.");
-        if constexpr (std::is_void_v<R>) {
-            std::forward<Body>(body)(*h->engine);
-        } else {
-            return std::forward<Body>(body)(*h->engine);
-        }
+        return std::forward<Body>(body)(*h->engine);
     } catch (const std::exception& e) {
         h->exception_string = e.what();
     }
-    if constexpr (!std::is_void_v<R>) return failure;
+    return failure;
 }
 
 template <class Body>
@@ -52,9 +49,42 @@ void frame(void* handle, Body&& body) {
     }
 }
 
+// Raises `message` unless `pointer` is set; located at the exported function that checks.
+inline void require(const void* pointer, const char* message,
+                    std::source_location loc = std::source_location::current()) {
+    if (!pointer) raise_text(message, loc);
+}
+
+// Raises "index {} is out of range!" unless 0 <= index <= count - 1.
+inline void require_index(int index, int count,
+                          std::source_location loc = std::source_location::current()) {
+    if (index < 0 || index > count - 1) raise_text(fmt::format("index {} is out of range!", index), loc);
+}
+
+// Byte length of a text as the int the flat interface hands out.
+inline int length_of(const std::string& text) { return static_cast<int>(text.size()); }
+
 // Copies exactly text.size() bytes, no terminator.
 inline void copy_out(const std::string& text, char* out) {
     if (!text.empty()) std::memcpy(out, text.data(), text.size());
+}
+
+// The flat interface's type id of a device property: the alternative's index, -1 for none.
+inline int type_id_of(const DevicePropertyValue& value) {
+    return value.valueless_by_exception() ? -1 : static_cast<int>(value.index());
+}
+
+// A device property whose type the host has confirmed; located at the reading function.
+inline DevicePropertyValue verified_property(MLEngine& engine, const char* engine_name, const char* device,
+                                             const char* property, int verify_type_id,
+                                             std::source_location loc = std::source_location::current()) {
+    DevicePropertyValue value = engine.getDeviceProperty(engine_name, device, property);
+    const int type_id = type_id_of(value);
+    if (type_id == -1) raise_text("No value in property!", loc);
+    // The actual type first, then the host's: the order hosts have always seen.
+    if (type_id != verify_type_id)
+        raise_text(fmt::format("verify_type_id({}) is not same with type_id({})!", type_id, verify_type_id), loc);
+    return value;
 }
 
 // Builds a handle around an engine made by `make`; a failure is kept as the handle's text.

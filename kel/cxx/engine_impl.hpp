@@ -46,6 +46,42 @@ struct __attribute__((visibility("hidden"))) MLEngine::Impl {
     std::function<void*(const wchar_t*)> library_loaders[2];
 
     bool hasEngine(const std::string& name) const { return engines.count(name) != 0; }
+
+    // The steps every createNetwork form shares once its own checks have passed.
+    template <class Source>
+    void createChecked(MLEngine& self, const std::string& engine,
+                       const std::string& network_identifier, const std::string& device,
+                       const Source& source, const PropertyMap& properties,
+                       std::optional<std::string> inner_model_identifier);
+
+    // Runs a back-end creation; if it fails, drops what the back-end kept of the attempt so
+    // that the engine stays as it was, and lets the failure through unchanged.
+    template <class Create>
+    void guardedCreate(const std::string& engine, const std::string& network_identifier,
+                       Create&& create) {
+        try {
+            create();
+        } catch (...) {
+            forgetFailedCreation(engine, network_identifier);
+            throw;
+        }
+    }
+    void forgetFailedCreation(const std::string& engine, const std::string& network_identifier) noexcept;
+
+    // Runs `call` on the back-end of the current network; most layer operations first
+    // require that a network was created.
+    template <class Call>
+    decltype(auto) onCurrentNetwork(Call&& call, bool require_network = true) {
+        if (require_network && current_network.empty())
+            raise("Please Create a network with craeteNetwork API first.");
+        const std::string& engine = currentEngine();
+        if (engine == kWindowsML) return call(windowsMlBackend());
+        if (engine == kOpenVINO) return call(openvinoBackend());
+        raise("{} Not supported!", engine);
+    }
+
+    // The engine of the current network, with the standard out-of-range failure.
+    const std::string& currentEngine() const { return checked_at(networks, current_network).engine; }
     openvino& openvinoBackend() { return any_as<openvino>(checked_at(engines, std::string(kOpenVINO))); }
     windows_ml& windowsMlBackend() {
         return any_as<windows_ml>(checked_at(engines, std::string(kWindowsML)));

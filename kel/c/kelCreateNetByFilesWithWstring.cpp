@@ -1,0 +1,20 @@
+#include "kel/c/frame.hpp"
+
+using kel::c::frame;
+using kel::c::require;
+using kel::c::require_index;
+
+extern "C" KEL_C_API void kelCreateNetByFilesWithWstring(void* handle, const char* engine_name,
+                                                         const char* identifier, const char* device,
+                                                         const wchar_t* network_file,
+                                                         const wchar_t* weights_file) {
+    frame(handle, [&](kel::MLEngine& e) {
+        require(engine_name, "engine_name pointer is empty!");
+        require(identifier, "identifier pointer is empty!");
+        require(device, "device pointer is empty!");
+        require(network_file, "network_file pointer is empty!");
+        std::vector<std::filesystem::path> files{std::wstring(network_file)};
+        if (weights_file) files.emplace_back(std::wstring(weights_file));
+        e.createNetwork(engine_name, identifier, device, files, kel::PropertyMap{});
+    });
+}

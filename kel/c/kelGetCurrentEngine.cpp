@@ -1,0 +1,12 @@
+#include "kel/c/frame.hpp"
+
+using kel::c::frame;
+using kel::c::require;
+using kel::c::require_index;
+
+extern "C" KEL_C_API void kelGetCurrentEngine(void* handle, char* engine_name) {
+    frame(handle, [&](kel::MLEngine& e) {
+        require(engine_name, "engine_name pointer is empty!");
+        kel::c::copy_out(e.getCurrentEngine(), engine_name);
+    });
+}

@@ -1,0 +1,12 @@
+#include "kel/c/frame.hpp"
+
+using kel::c::frame;
+using kel::c::require;
+using kel::c::require_index;
+
+extern "C" KEL_C_API void kelGetCurrentIdentifier(void* handle, char* identifier_name) {
+    frame(handle, [&](kel::MLEngine& e) {
+        require(identifier_name, "identifier_name pointer is empty!");
+        kel::c::copy_out(e.getCurrentIdentifier(), identifier_name);
+    });
+}

@@ -1,0 +1,12 @@
+#include "kel/c/frame.hpp"
+
+using kel::c::frame;
+using kel::c::require;
+using kel::c::require_index;
+
+extern "C" KEL_C_API int kelGetNetworkDeviceLength(void* handle, const char* identifier) {
+    return frame(handle, -1, [&](kel::MLEngine& e) {
+        require(identifier, "identifier pointer is empty!");
+        return kel::c::length_of(e.getNetworkDevice(identifier));
+    });
+}

@@ -1,0 +1,13 @@
+#include "kel/c/frame.hpp"
+
+using kel::c::frame;
+using kel::c::require;
+using kel::c::require_index;
+
+extern "C" KEL_C_API void kelGetNetworkEngine(void* handle, const char* identifier, char* engine_name) {
+    frame(handle, [&](kel::MLEngine& e) {
+        require(identifier, "identifier pointer is empty!");
+        require(engine_name, "engine_name pointer is empty!");
+        kel::c::copy_out(e.getNetworkEngine(identifier), engine_name);
+    });
+}

@@ -1,0 +1,4 @@
+#include "kel/c/kel.h"
+
+// Reserved: exported so hosts can link against it; it does nothing on purpose.
+extern "C" KEL_C_API int kelGetPluginModelVersionLengthWithString(void*, const char*) { return -1; }

@@ -1,0 +1,13 @@
+#include "kel/c/frame.hpp"
+
+using kel::c::frame;
+using kel::c::require;
+using kel::c::require_index;
+
+extern "C" KEL_C_API void kelGetSupportEngine(void* handle, const int index, char* engine_name) {
+    frame(handle, [&](kel::MLEngine& e) {
+        require(engine_name, "engine_name pointer is empty!");
+        require_index(index, kelGetSupportEngineNumber(handle));
+        kel::c::copy_out(e.getSupportedEngines().at(index), engine_name);
+    });
+}

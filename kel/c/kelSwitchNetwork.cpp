@@ -1,0 +1,12 @@
+#include "kel/c/frame.hpp"
+
+using kel::c::frame;
+using kel::c::require;
+using kel::c::require_index;
+
+extern "C" KEL_C_API void kelSwitchNetwork(void* handle, const char* identifier) {
+    frame(handle, [&](kel::MLEngine& e) {
+        require(identifier, "identifier pointer is empty!");
+        e.switchNetwork(identifier);
+    });
+}

@@ -1,0 +1,12 @@
+#include "kel/cxx/engine_impl.hpp"
+
+namespace kel {
+
+std::unordered_map<std::string, std::string> MLEngine::getEngineMutableProperties(const std::string& engine) {
+    if (engine.empty()) raise("Engine Name is empty!");
+    if (engine == kWindowsML) return impl_->windowsMlBackend().getEngineMutableProperties();
+    if (engine == kOpenVINO) return impl_->openvinoBackend().getEngineMutableProperties();
+    raise("Engine [{}] Not supported!", engine);
+}
+
+}  // namespace kel

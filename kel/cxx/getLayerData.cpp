@@ -1,0 +1,9 @@
+#include "kel/cxx/engine_impl.hpp"
+
+namespace kel {
+
+void* MLEngine::getLayerData(const std::string& layer) {
+    return impl_->onCurrentNetwork([&](auto& backend) { return backend.getLayerData(layer); });
+}
+
+}  // namespace kel
