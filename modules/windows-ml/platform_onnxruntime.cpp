@@ -27,9 +27,10 @@ auto guarded(F&& f) -> decltype(f()) {
 }
 
 // Kept for the whole process: sessions may outlive any one back-end object, and
-// destroying the environment during static destruction races with them.
+// destroying the environment during static destruction races with them. Failures reach
+// the host as exceptions, so the runtime's own log stays quiet.
 Ort::Env& environment() {
-    static Ort::Env* env = new Ort::Env(ORT_LOGGING_LEVEL_ERROR, "kel");
+    static Ort::Env* env = new Ort::Env(ORT_LOGGING_LEVEL_FATAL, "kel");
     return *env;
 }
 
