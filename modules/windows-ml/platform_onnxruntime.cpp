@@ -163,7 +163,6 @@ public:
         const auto& bytes = handle_as<OrtStreamReference>(reference).stream->bytes;
         return guarded([&] {
             Ort::SessionOptions options;
-            options.SetIntraOpNumThreads(1);
             auto model = std::make_shared<OrtModel>();
             model->session = std::make_shared<Ort::Session>(environment(), bytes.data(),
                                                             bytes.size(), options);
@@ -248,25 +247,22 @@ public:
                                                const std::string&) override {
         auto& s = handle_as<OrtSession>(session);
         auto& b = handle_as<OrtBinding>(binding);
-        std::vector<const char*> input_names;
-        std::vector<Ort::Value> inputs;
-        for (auto& [name, value] : b.values) {
-            auto& v = handle_as<OrtValue>(*value);
-            input_names.push_back(name.c_str());
-            // A non-owning view: the bound value keeps its memory.
-            auto info = v.value.GetTensorTypeAndShapeInfo();
-            auto shape = info.GetShape();
-            inputs.push_back(guarded([&] {
-                auto memory = Ort::MemoryInfo::CreateCpu(OrtArenaAllocator, OrtMemTypeDefault);
-                return Ort::Value::CreateTensor(memory, v.buffer->bytes.data(),
-                                                v.buffer->bytes.size(), shape.data(),
-                                                shape.size(), info.GetElementType());
-            }));
-        }
-        std::vector<const char*> output_names;
-        for (const auto& name : s.model->output_names) output_names.push_back(name.c_str());
-
         auto outputs = guarded([&] {
+            std::vector<const char*> input_names;
+            std::vector<Ort::Value> inputs;
+            auto memory = Ort::MemoryInfo::CreateCpu(OrtArenaAllocator, OrtMemTypeDefault);
+            for (auto& [name, value] : b.values) {
+                // Ort::Value cannot be shared, so Run gets a second view of the bound memory.
+                auto& v = handle_as<OrtValue>(*value);
+                auto info = v.value.GetTensorTypeAndShapeInfo();
+                auto shape = info.GetShape();
+                input_names.push_back(name.c_str());
+                inputs.push_back(Ort::Value::CreateTensor(memory, v.buffer->bytes.data(),
+                                                          v.buffer->bytes.size(), shape.data(),
+                                                          shape.size(), info.GetElementType()));
+            }
+            std::vector<const char*> output_names;
+            for (const auto& name : s.model->output_names) output_names.push_back(name.c_str());
             return s.model->session->Run(Ort::RunOptions{nullptr}, input_names.data(),
                                          inputs.data(), inputs.size(), output_names.data(),
                                          output_names.size());

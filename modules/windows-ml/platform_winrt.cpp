@@ -6,6 +6,8 @@
 #include <winrt/Windows.Foundation.h>
 #include <winrt/Windows.Storage.Streams.h>
 
+#include <type_traits>
+
 #include "modules/windows-ml/platform.hpp"
 
 namespace kel::windows_ml_platform {
@@ -69,11 +71,15 @@ template <class TensorClass>
 TensorValues read(const winrt::Windows::Foundation::IInspectable& value) {
     auto view = value.as<TensorClass>().GetAsVectorView();
     using E = decltype(view.GetAt(0));
-    std::vector<E> out(view.Size());
-    if (!out.empty()) view.GetMany(0, out);
+    const std::uint32_t n = view.Size();
     if constexpr (std::is_same_v<E, bool>) {
-        return std::vector<bool>(out.begin(), out.end());
+        // std::vector<bool> is not contiguous, so GetMany fills a plain array first.
+        std::unique_ptr<bool[]> values(new bool[n]);
+        if (n) view.GetMany(0, winrt::array_view<bool>(values.get(), values.get() + n));
+        return std::vector<bool>(values.get(), values.get() + n);
     } else {
+        std::vector<E> out(n);
+        if (n) view.GetMany(0, out);
         return out;
     }
 }
