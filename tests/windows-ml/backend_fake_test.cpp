@@ -37,15 +37,15 @@ protected:
     int next_model = 0;
 
     // Creates a network from a model with these features; the fake knows it by its bytes.
-    void create(const std::string& id, const std::string& device, FakeModelSpec spec) {
+    void create(const std::string& id, const std::string& device, FakeModelFeatures features) {
         const std::string bytes = "model-" + std::to_string(next_model++);
-        fake->models[bytes] = std::move(spec);
+        fake->models[bytes] = std::move(features);
         engine.createNetwork(id, device, std::vector<ModelBuffer>{{bytes.data(), bytes.size()}});
     }
 
     // One static f32 input x [1, 3] and a dynamic f32 input d [-1, 3]; outputs: static y
     // [1, 3] (x doubled) and dynamic z [-1, 3].
-    FakeModelSpec basic() {
+    FakeModelFeatures basic() {
         return {{tensor("x", Float, {1, 3}), tensor("d", Float, {-1, 3})},
                 {tensor("y", Float, {1, 3}), tensor("z", Float, {-1, 3})}};
     }

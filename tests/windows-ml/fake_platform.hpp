@@ -12,7 +12,7 @@ namespace kel::test {
 
 namespace wmp = kel::windows_ml_platform;
 
-struct FakeModelSpec {
+struct FakeModelFeatures {
     std::vector<wmp::FeatureDescription> inputs, outputs;
 };
 
@@ -24,7 +24,7 @@ struct FakeTensor {
 
 class FakePlatform : public wmp::Platform {
 public:
-    std::map<std::string, FakeModelSpec> models;  // by model bytes
+    std::map<std::string, FakeModelFeatures> models;  // by model bytes
     std::string fail_at;                          // the operation that fails
     std::vector<wmp::DeviceKind> devices_created;
     wmp::DeviceKind session_device = wmp::Default;
@@ -61,16 +61,16 @@ public:
         auto it = models.find(static_cast<R&>(r).bytes);
         if (it == models.end()) throw wmp::PlatformError(kFailCode, "not a model");
         auto m = std::make_shared<M>();
-        m->spec = it->second;
+        m->features = it->second;
         return m;
     }
     std::vector<wmp::FeatureDescription> inputFeatures(wmp::Model& m) override {
         step("inputFeatures");
-        return static_cast<M&>(m).spec.inputs;
+        return static_cast<M&>(m).features.inputs;
     }
     std::vector<wmp::FeatureDescription> outputFeatures(wmp::Model& m) override {
         step("outputFeatures");
-        return static_cast<M&>(m).spec.outputs;
+        return static_cast<M&>(m).features.outputs;
     }
     std::shared_ptr<wmp::Device> createDevice(wmp::DeviceKind kind) override {
         step("createDevice");
@@ -128,7 +128,7 @@ private:
     struct S : wmp::Stream { std::string bytes; };
     struct R : wmp::StreamReference { std::string bytes; };
     struct B : wmp::Buffer { std::vector<std::uint8_t> bytes; };
-    struct M : wmp::Model { FakeModelSpec spec; };
+    struct M : wmp::Model { FakeModelFeatures features; };
     struct D : wmp::Device { wmp::DeviceKind kind; };
     struct Bn : wmp::Binding { std::map<std::string, FakeTensor> bound; };
     struct V : wmp::Value {
