@@ -1,28 +1,468 @@
-// The "WindowsML" engine back-end.
+// The "WindowsML" engine back-end: ONNX models through the platform's machine-learning
+// runtime, reached only through the seam in platform.hpp.
 #include "modules/windows-ml/windows-ml.hpp"
 
 #include <fmt/format.h>
 
-#include <stdexcept>
+#include <algorithm>
+#include <cstdlib>
+#include <fstream>
+#include <iostream>
+#include <new>
+#include <typeinfo>
+#include <utility>
 
+#ifdef __GNUG__
+#include <cxxabi.h>
+#endif
+
+#include "kel/common/error.hpp"
+#include "kel/utils/device_info.hpp"
+#include "kel/utils/text.hpp"
 #include "modules/windows-ml/os_version.hpp"
+#include "modules/windows-ml/platform.hpp"
 
 namespace kel {
+
+namespace wmp = windows_ml_platform;
+
+struct onnxLayerInfo {
+    bool is_static = true;
+    std::uint32_t kind = wmp::tensor_kind::Undefined;
+    std::vector<std::uint64_t> dims;
+    std::shared_ptr<void> owned_buffer;
+    void* data = nullptr;
+};
+
+struct WinMLNetwork {
+    std::string device;
+    std::shared_ptr<wmp::StreamReference> stream_reference;
+    std::unordered_map<std::string, onnxLayerInfo> inputs;
+    std::unordered_map<std::string, onnxLayerInfo> outputs;
+    std::shared_ptr<wmp::Model> model;
+    std::shared_ptr<wmp::Device> learning_device;
+    std::shared_ptr<wmp::Session> session;
+    std::shared_ptr<wmp::Binding> binding;
+    std::shared_ptr<wmp::EvaluationResult> evaluation_result;
+};
 
 struct windows_ml_InferenceEngine {
     std::string current_network;
     std::vector<std::string> supported_devices;
+    std::unordered_map<std::string, WinMLNetwork> networks;
+    std::unordered_map<std::string, std::vector<ModelBuffer>> inner_models;
+    std::shared_ptr<wmp::Platform> platform;
 };
 
-windows_ml::windows_ml() : state_(std::make_shared<windows_ml_InferenceEngine>()) {}
+namespace {
+
+struct TensorPrecision {
+    std::uint64_t size;
+    std::string name;
+};
+
+const TensorPrecision& TensorPrecisionTable(std::uint32_t kind) {
+    using namespace wmp::tensor_kind;
+    static const std::unordered_map<std::uint32_t, TensorPrecision> table{
+        {Undefined, {0, "UNSUPPORTED"}}, {Float, {4, "FP32"}},    {UInt8, {1, "U8"}},
+        {Int8, {1, "I8"}},               {UInt16, {2, "U16"}},    {Int16, {2, "I16"}},
+        {Int32, {4, "I32"}},             {Int64, {8, "I64"}},     {String, {0, "String"}},
+        {Boolean, {1, "BOOL"}},          {Float16, {2, "FP16"}},  {Double, {8, "FP64"}},
+        {UInt32, {4, "U32"}},            {UInt64, {8, "U64"}},    {Complex64, {0, "C64"}},
+        {Complex128, {0, "C128"}},
+    };
+    static const TensorPrecision unknown{0, "Unknown"};
+    auto it = table.find(kind);
+    return it == table.end() ? unknown : it->second;
+}
+
+const std::string& FeatureKindNames(std::int32_t kind) {
+    static const std::unordered_map<std::int32_t, std::string> names{
+        {wmp::Tensor, "Tensor"}, {wmp::Sequence, "Sequence"}, {wmp::Map, "Map"},
+        {wmp::Image, "Image"}};
+    static const std::string unknown = "Unknown";
+    auto it = names.find(kind);
+    return it == names.end() ? unknown : it->second;
+}
+
+// Kinds that have a tensor class to create and read: all but undefined, string and complex.
+bool isHandledKind(std::uint32_t kind) {
+    return (kind >= 1 && kind <= 7) || (kind >= 9 && kind <= 13);
+}
+
+std::string heldTypeName(const std::type_info& type) {
+#ifdef __GNUG__
+    int status = 0;
+    std::unique_ptr<char, void (*)(void*)> name(
+        abi::__cxa_demangle(type.name(), nullptr, nullptr, &status), std::free);
+    if (status == 0 && name) return name.get();
+#endif
+    return type.name();
+}
+
+// The host pointer inside data, or false when its type is not one of the accepted four.
+bool heldPointer(const std::any& data, void*& out) {
+    if (auto p = std::any_cast<void*>(&data)) {
+        out = *p;
+    } else if (auto p = std::any_cast<const void*>(&data)) {
+        out = const_cast<void*>(*p);
+    } else if (auto p = std::any_cast<std::uint8_t*>(&data)) {
+        out = *p;
+    } else if (auto p = std::any_cast<const std::uint8_t*>(&data)) {
+        out = const_cast<std::uint8_t*>(*p);
+    } else {
+        return false;
+    }
+    return true;
+}
+
+std::uint64_t elementCount(const std::vector<std::uint64_t>& dims) {
+    std::uint64_t n = 1;
+    for (auto d : dims) n *= d;
+    return n;
+}
+
+// Path text for the wide error lines. The C stream under std::wcerr and std::cerr is one,
+// and glibc drops output of the other width once its orientation is set; so outside
+// Windows the line goes out as UTF-8.
+void wideErrorLine(const std::string& text, const std::filesystem::path& path) {
+#ifdef _WIN32
+    std::wcerr << utils::stringToWstring(text) << path.wstring();
+#else
+    std::cerr << text << utils::pathToString(path);
+#endif
+}
+
+template <class T>
+void copyValues(const wmp::TensorValues& values, void* data) {
+    const auto* v = std::get_if<std::vector<T>>(&values);
+    if (!v) throw wmp::PlatformError(-1, "tensor values of an unexpected element type");
+    std::copy(v->begin(), v->end(), static_cast<T*>(data));
+}
+
+// Outputs are written in the element type of the kind's tensor view.
+void copyOutput(std::uint32_t kind, const wmp::TensorValues& values, void* data) {
+    using namespace wmp::tensor_kind;
+    switch (kind) {
+        case Float:
+        case Float16: return copyValues<float>(values, data);
+        case UInt8: return copyValues<std::uint8_t>(values, data);
+        case Int8: return copyValues<std::int8_t>(values, data);
+        case UInt16: return copyValues<std::uint16_t>(values, data);
+        case Int16: return copyValues<std::int16_t>(values, data);
+        case Int32: return copyValues<std::int32_t>(values, data);
+        case Int64: return copyValues<std::int64_t>(values, data);
+        case Boolean: return copyValues<bool>(values, data);
+        case Double: return copyValues<double>(values, data);
+        case UInt32: return copyValues<std::uint32_t>(values, data);
+        case UInt64: return copyValues<std::uint64_t>(values, data);
+        default: break;
+    }
+}
+
+void buildLayerTable(windows_ml& self, const std::vector<wmp::FeatureDescription>& features,
+                     std::unordered_map<std::string, onnxLayerInfo>& table) {
+    for (const auto& feature : features) {
+        if (feature.kind != wmp::Tensor)
+            raise("{}layer type not Tensor. Current layer type is {}", feature.name,
+                  FeatureKindNames(feature.kind));
+
+        onnxLayerInfo info;
+        info.kind = feature.tensor_kind;
+        for (auto d : feature.shape) {
+            if (d < 0) info.is_static = false;
+            info.dims.push_back(static_cast<std::uint64_t>(d));
+        }
+        if (info.dims.empty()) info.dims.push_back(1);
+
+        if (!isHandledKind(info.kind))
+            raise(" Tensor type is {}! This type is not supported.",
+                  TensorPrecisionTable(info.kind).name);
+
+        auto& entry = table[feature.name] = std::move(info);
+        if (!entry.is_static) continue;  // the host supplies these before infer
+
+        // Static layers get a zeroed buffer now, so fully static models infer at once.
+        const std::size_t bytes = elementCount(entry.dims) * TensorPrecisionTable(entry.kind).size;
+        void* buffer = std::calloc(std::max<std::size_t>(bytes, 1), 1);
+        if (!buffer) throw std::bad_alloc();
+        entry.owned_buffer = std::shared_ptr<void>(buffer, std::free);
+        const auto dims = entry.dims;
+        self.setLayerData(feature.name, std::any(buffer), dims, true);
+    }
+}
+
+}  // namespace
+
+windows_ml::windows_ml() : windows_ml(wmp::makeDefaultPlatform()) {}
+
+windows_ml::windows_ml(std::shared_ptr<wmp::Platform> platform)
+    : state_(std::make_shared<windows_ml_InferenceEngine>()) {
+    state_->platform = std::move(platform);
+}
+
+std::vector<std::string> windows_ml::getSupportedDevices() {
+    auto& devices = state_->supported_devices;
+    if (devices.empty()) {
+        // Built once: enumerating the display adapters is slow. Neural accelerators are
+        // never offered here.
+        devices.push_back("CPU");
+        if (!utils::GetDeviceInfo("GPU", "", 1).empty()) devices.push_back("GPU");
+        devices.insert(devices.begin(), "AUTO");
+    }
+    if (!devices.empty()) return devices;
+    raise("No deviec supported.");
+}
+
+void windows_ml::registerModelAsInnerID(const std::string& inner_id,
+                                        const std::vector<ModelBuffer>& buffers) {
+    state_->inner_models[inner_id] = buffers;
+}
+
+void windows_ml::unregisterInnerID(const std::string& inner_id) {
+    if (state_->inner_models.erase(inner_id) == 0)
+        raise("not found Model Id [{}] for unregister.", inner_id);
+}
+
+std::vector<std::string> windows_ml::getModelInnerIDs() {
+    std::vector<std::string> ids;
+    for (const auto& [id, buffers] : state_->inner_models) ids.push_back(id);
+    return ids;
+}
+
+void windows_ml::createNetwork(const std::string& network_id, const std::string& device,
+                               const std::string& inner_id) {
+    auto it = state_->inner_models.find(inner_id);
+    if (it == state_->inner_models.end())
+        raise("{} is not a supported plugin model id. Please use getSupportedModelIDs function "
+              "check built-in and plugin model ids!",
+              inner_id);
+    createNetwork(network_id, device, std::vector<ModelBuffer>(it->second));
+}
+
+void windows_ml::createNetwork(const std::string& network_id, const std::string& device,
+                               const std::vector<ModelBuffer>& buffers) {
+    if (buffers.size() != 1)
+        raise("model buffer number is {}, the number is not supported.", buffers.size());
+    createNetwork(network_id, device, buffers[0].first, buffers[0].second);
+}
+
+void windows_ml::createNetwork(const std::string& network_id, const std::string& device,
+                               const std::vector<std::filesystem::path>& files) {
+    if (files.size() != 1) raise("model file is {}, the number is not supported.", files.size());
+    const auto& path = files[0];
+    const std::size_t size = static_cast<std::size_t>(std::filesystem::file_size(path));
+    std::vector<char> bytes(size + 1, 0);
+    {
+        std::ifstream file(path, std::ios::binary);
+        if (!file.is_open()) {
+            wideErrorLine("cannot open file ", path);
+            raise("cannot open file {}", utils::pathToString(path));
+        }
+        if (!file.read(bytes.data(), static_cast<std::streamsize>(size))) {
+            wideErrorLine(fmt::format("cannot read {} bytes from file ", size), path);
+            raise("cannot read {} bytes from file ", size);
+        }
+    }
+    // The bytes live on in the model's stream; this copy goes when we return.
+    createNetwork(network_id, device, bytes.data(), size);
+}
+
+void windows_ml::createNetwork(const std::string& network_id, const std::string& device,
+                               const void* data, const std::size_t& size) {
+    auto& state = *state_;
+    auto& platform = *state.platform;
+
+    // Devices are checked only once the list exists; before that any text passes and
+    // runs on the processor. Hosts rely on this order.
+    if (!state.supported_devices.empty()) {
+        const auto devices = getSupportedDevices();
+        if (std::find(devices.begin(), devices.end(), device) == devices.end())
+            raise("{} is not supported.", device);
+    }
+
+    // A record under an existing identifier is reused: its objects are replaced one by
+    // one and its layer tables only added to.
+    auto& record = state.networks[network_id];
+
+    auto stream = platform.createStream();
+    platform.storeBytes(*stream, static_cast<const std::uint8_t*>(data), size);
+    record.stream_reference = platform.createStreamReference(stream);
+    record.model = platform.loadModel(*record.stream_reference);
+
+    // Newer operator sets load but may fail in the steps after loading.
+    std::cerr << "[KEL][Windows-ML] If create network crash, please make sure onnx source opset < 16!"
+              << std::endl;
+
+    record.device = device == "AUTO" ? getSupportedDevices().back() : device;
+    if (record.device == "GPU") {
+        auto directx = platform.createDevice(wmp::DirectX);
+        auto high_performance = platform.createDevice(wmp::DirectXHighPerformance);
+        auto min_power = platform.createDevice(wmp::DirectXMinPower);
+        record.learning_device = high_performance;
+    } else {
+        record.learning_device = platform.createDevice(wmp::Cpu);
+    }
+    record.session = platform.createSession(record.model, record.learning_device);
+    record.binding = platform.createBinding(record.session);
+
+    state.current_network = network_id;
+
+    buildLayerTable(*this, platform.inputFeatures(*record.model), record.inputs);
+    buildLayerTable(*this, platform.outputFeatures(*record.model), record.outputs);
+}
+
+void windows_ml::switchNetwork(const std::string& network_id) {
+    if (state_->networks.contains(network_id)) state_->current_network = network_id;
+}
+
+void windows_ml::removeNetwork(const std::string& network_id) {
+    state_->networks.erase(network_id);
+}
+
+std::string windows_ml::getNetworkDevice(const std::string& network_id) {
+    return checked_at(state_->networks, network_id).device;
+}
+
+std::vector<std::string> windows_ml::getInputLayerNames() {
+    std::vector<std::string> names;
+    for (const auto& [name, info] : state_->networks[state_->current_network].inputs)
+        names.push_back(name);
+    return names;
+}
+
+std::vector<std::string> windows_ml::getOutputLayerNames() {
+    std::vector<std::string> names;
+    for (const auto& [name, info] : state_->networks[state_->current_network].outputs)
+        names.push_back(name);
+    return names;
+}
+
+std::tuple<std::string, std::uint64_t> windows_ml::getLayerPrecision(const std::string& layer) {
+    auto& record = state_->networks[state_->current_network];
+    const onnxLayerInfo* entry = nullptr;
+    if (auto it = record.inputs.find(layer); it != record.inputs.end()) {
+        entry = &it->second;
+    } else if (auto ot = record.outputs.find(layer); ot != record.outputs.end()) {
+        entry = &ot->second;
+    } else {
+        raise("{} is not found in output and input layers.", layer);
+    }
+    const auto& precision = TensorPrecisionTable(entry->kind);
+    return {precision.name, precision.size};
+}
+
+const std::vector<std::uint64_t> windows_ml::getLayerDims(const std::string& layer) {
+    auto& record = state_->networks[state_->current_network];
+    const onnxLayerInfo* entry = nullptr;
+    if (auto it = record.inputs.find(layer); it != record.inputs.end()) {
+        entry = &it->second;
+    } else if (auto ot = record.outputs.find(layer); ot != record.outputs.end()) {
+        entry = &ot->second;
+    } else {
+        raise("{} is not found in output and input layers.", layer);
+    }
+    if (!entry->is_static) {
+        for (auto d : entry->dims)
+            if (static_cast<std::int64_t>(d) < 0)
+                raise("{} is not static tensor please set layer data first.", layer);
+    }
+    return entry->dims;
+}
+
+void windows_ml::setLayerData(const std::string& layer, std::any data,
+                              const std::vector<std::uint64_t>& dims, bool internal) {
+    if (!data.has_value()) raise("data is null.");
+    if (dims.empty()) raise("data_dims is empty.");
+
+    auto& record = state_->networks[state_->current_network];
+    const bool is_input = record.inputs.contains(layer);
+    if (!is_input && !record.outputs.contains(layer))
+        raise("{} is not found in input and output layers.", layer);
+
+    if (std::find(dims.begin(), dims.end(), 0) != dims.end())
+        raise("Please set the valid shape to tensor, the dim should larger than 0!");
+
+    auto& entry = is_input ? record.inputs[layer] : record.outputs[layer];
+
+    void* pointer = nullptr;
+    if (!heldPointer(data, pointer))
+        raise("not support {} as data type! Support type: void* | const void* | uint8_t* | "
+              "const uint8_t* ",
+              heldTypeName(data.type()));
+    if (!pointer) raise("data is nullptr.");
+
+    entry.data = pointer;
+    // Released after the pointer is stored, even if the host handed back this very buffer.
+    if (!internal && entry.owned_buffer) entry.owned_buffer.reset();
+
+    // A static layer keeps its declared shape whatever the host passes.
+    if (entry.is_static) return;
+
+    if (dims.size() != entry.dims.size())
+        raise("[{}] expect dim length is {}, but got {}", layer, entry.dims.size(), dims.size());
+    for (std::size_t i = 0; i < dims.size(); ++i) {
+        if (dims[i] == 0 || dims[i] > 100000000)
+            raise("[{}] data_dims the {} dim is {}.{}", layer, i + 1, dims[i],
+                  dims[i] == 0 ? " The dim num can not be 0. Please check"
+                               : " The dim num larger than 100'000'000). Please check");
+    }
+    entry.dims = dims;
+}
+
+void* windows_ml::getLayerData(const std::string& layer) {
+    auto& record = state_->networks[state_->current_network];
+    const bool is_input = record.inputs.contains(layer);
+    if (!is_input && !record.outputs.contains(layer))
+        raise("{} is not found in input and output layers.", layer);
+
+    const auto& entry = is_input ? record.inputs[layer] : record.outputs[layer];
+    if (!entry.is_static) {
+        for (auto d : entry.dims)
+            if (static_cast<std::int64_t>(d) < 1)
+                raise("[{}] layer have dynamic shape. Need set by `setLayerData` API first.",
+                      layer);
+    }
+    return entry.data;
+}
+
+void windows_ml::infer() {
+    auto& platform = *state_->platform;
+    auto& record = state_->networks[state_->current_network];
+    if (!record.session || !record.binding)
+        throw wmp::PlatformError(static_cast<std::int32_t>(0x80004003),
+                                 "the current network has no session");
+
+    for (const auto& [name, entry] : record.inputs) {
+        if (!isHandledKind(entry.kind)) raise("tensor type is not supported.");
+        if (!entry.data) continue;
+
+        // The platform tensor gets its own copy: host memory is never aliased.
+        const std::size_t bytes = elementCount(entry.dims) * TensorPrecisionTable(entry.kind).size;
+        auto buffer = platform.writeBuffer(static_cast<const std::uint8_t*>(entry.data), bytes);
+        std::vector<std::int64_t> shape(entry.dims.begin(), entry.dims.end());
+        auto tensor = platform.createTensor(entry.kind, shape, buffer);
+        platform.bind(*record.binding, name, tensor);
+    }
+
+    // Success is not examined here: a failed evaluation surfaces when outputs are read.
+    record.evaluation_result = platform.evaluate(*record.session, *record.binding, "");
+
+    for (const auto& [name, entry] : record.outputs) {
+        if (!entry.data) continue;  // dynamic outputs the host did not set up
+        if (!isHandledKind(entry.kind)) raise("tensor type is not supported.");
+        auto value = platform.lookupOutput(*record.evaluation_result, name);
+        copyOutput(entry.kind, platform.readValues(*value, entry.kind), entry.data);
+    }
+}
+
+std::unordered_map<std::string, std::string> windows_ml::getEngineMutableProperties() {
+    return {};
+}
 
 std::string windows_ml::version() {
     const auto v = windows_ml_platform::osVersion();
     return fmt::format("{}.{}.{}", v[0], v[1], v[2]);
-}
-
-std::string windows_ml::getNetworkDevice(const std::string&) {
-    throw std::out_of_range("invalid unordered_map<K, T> key");
 }
 
 }  // namespace kel

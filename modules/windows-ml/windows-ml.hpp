@@ -14,11 +14,17 @@
 
 namespace kel {
 
+namespace windows_ml_platform {
+class Platform;
+}
+
 struct windows_ml_InferenceEngine;
 
 class windows_ml {
 public:
     windows_ml();
+    // Over another machine-learning runtime than the platform's own (tests use a fake).
+    explicit windows_ml(std::shared_ptr<windows_ml_platform::Platform> platform);
 
     std::vector<std::string> getSupportedDevices();
     void registerModelAsInnerID(const std::string& inner_id, const std::vector<ModelBuffer>& buffers);

@@ -1,0 +1,129 @@
+// The WindowsML back-end running the repository's ONNX models on ONNX Runtime.
+#include <gtest/gtest.h>
+
+#include <cstring>
+#include <filesystem>
+#include <fstream>
+#include <iterator>
+
+#include "modules/windows-ml/platform.hpp"
+#include "modules/windows-ml/windows-ml.hpp"
+
+namespace kel::test {
+namespace {
+
+const std::filesystem::path kDir = std::filesystem::path(KEL_TEST_DATA_DIR) / "onnx";
+
+std::vector<char> readFile(const std::filesystem::path& path) {
+    std::ifstream in(path, std::ios::binary);
+    EXPECT_TRUE(in.is_open()) << path;
+    return {std::istreambuf_iterator<char>(in), {}};
+}
+
+template <class T>
+std::vector<T> data(const std::string& name) {
+    const auto bytes = readFile(kDir / name);
+    std::vector<T> out(bytes.size() / sizeof(T));
+    std::memcpy(out.data(), bytes.data(), out.size() * sizeof(T));
+    return out;
+}
+
+template <class T>
+std::vector<T> layer(windows_ml& engine, const std::string& name, std::size_t count) {
+    const auto* p = static_cast<const T*>(engine.getLayerData(name));
+    return std::vector<T>(p, p + count);
+}
+
+void create(windows_ml& engine, const std::string& id, const std::string& model) {
+    engine.createNetwork(id, "CPU", std::vector<std::filesystem::path>{kDir / (model + ".onnx")});
+}
+
+TEST(WindowsMlOnnxRuntime, StaticModelInfersIntoItsOwnOutputBuffers) {
+    windows_ml engine;
+    create(engine, "s", "static_two_io");
+    EXPECT_EQ(engine.getLayerDims("sum"), (std::vector<std::uint64_t>{1, 2, 3}));
+    EXPECT_EQ(layer<float>(engine, "sum", 6), std::vector<float>(6, 0.0f));
+
+    // One input filled in place, one from the host's own memory.
+    const auto a = data<float>("static_two_io.a.in.bin");
+    auto b = data<float>("static_two_io.b.in.bin");
+    std::memcpy(engine.getLayerData("a"), a.data(), 24);
+    engine.setLayerData("b", std::any(static_cast<void*>(b.data())), {1, 2, 3}, false);
+    engine.infer();
+    EXPECT_EQ(layer<float>(engine, "sum", 6), data<float>("static_two_io.sum.out.bin"));
+    EXPECT_EQ(layer<float>(engine, "product", 6), data<float>("static_two_io.product.out.bin"));
+}
+
+TEST(WindowsMlOnnxRuntime, DynamicBatchFromBuffers) {
+    const auto model = readFile(kDir / "dynamic_batch.onnx");
+    windows_ml engine;
+    engine.createNetwork("d", "AUTO", std::vector<ModelBuffer>{{model.data(), model.size()}});
+    EXPECT_EQ(engine.getNetworkDevice("d"), "CPU");
+
+    // The input is missing: the runtime's own error, and the network stays usable.
+    EXPECT_THROW(engine.infer(), windows_ml_platform::PlatformError);
+
+    auto x = data<float>("dynamic_batch.x.in.bin");
+    engine.setLayerData("x", std::any(static_cast<void*>(x.data())), {3, 4}, false);
+    engine.infer();  // the output was not set up: nothing to copy
+
+    std::vector<float> y(12, -99.0f);
+    engine.setLayerData("y", std::any(static_cast<void*>(y.data())), {3, 4}, false);
+    engine.infer();
+    EXPECT_EQ(y, data<float>("dynamic_batch.y.out.bin"));
+}
+
+TEST(WindowsMlOnnxRuntime, IntegerAndBooleanLayers) {
+    windows_ml engine;
+    const auto model = readFile(kDir / "mixed_types.onnx");
+    engine.registerModelAsInnerID("mixed", {{model.data(), model.size()}});
+    engine.createNetwork("m", "CPU", std::string("mixed"));
+    EXPECT_EQ(engine.getLayerPrecision("pix"), std::make_tuple(std::string("U8"), 1ull));
+    EXPECT_EQ(engine.getLayerPrecision("offset"), std::make_tuple(std::string("I64"), 8ull));
+    EXPECT_EQ(engine.getLayerPrecision("positive"), std::make_tuple(std::string("BOOL"), 1ull));
+    EXPECT_EQ(engine.getLayerDims("pix_t"), (std::vector<std::uint64_t>{3, 2}));
+
+    auto pix = data<std::uint8_t>("mixed_types.pix.in.bin");
+    auto offset = data<std::int64_t>("mixed_types.offset.in.bin");
+    auto flag = data<std::uint8_t>("mixed_types.flag.in.bin");
+    engine.setLayerData("pix", std::any(pix.data()), {2, 3}, false);
+    engine.setLayerData("offset", std::any(static_cast<const void*>(offset.data())), {2, 3}, false);
+    engine.setLayerData("flag", std::any(static_cast<const std::uint8_t*>(flag.data())), {2, 3},
+                        false);
+    engine.infer();
+    EXPECT_EQ(layer<std::int64_t>(engine, "sum", 6), data<std::int64_t>("mixed_types.sum.out.bin"));
+    EXPECT_EQ(layer<std::uint8_t>(engine, "positive", 6),
+              data<std::uint8_t>("mixed_types.positive.out.bin"));
+    EXPECT_EQ(layer<std::uint8_t>(engine, "pix_t", 6),
+              data<std::uint8_t>("mixed_types.pix_t.out.bin"));
+}
+
+TEST(WindowsMlOnnxRuntime, HalfPrecisionComesOutAsFloats) {
+    windows_ml engine;
+    create(engine, "h", "half");
+    EXPECT_EQ(engine.getLayerPrecision("doubled"), std::make_tuple(std::string("FP16"), 2ull));
+    auto h = data<std::uint16_t>("half.h.in.bin");
+    std::vector<float> out(4);  // four bytes a value, not two
+    engine.setLayerData("h", std::any(static_cast<void*>(h.data())), {1, 4}, false);
+    engine.setLayerData("doubled", std::any(static_cast<void*>(out.data())), {1, 4}, false);
+    engine.infer();
+    EXPECT_EQ(out, data<float>("half.doubled.out.bin"));
+}
+
+TEST(WindowsMlOnnxRuntime, BadModelIsTheRuntimesErrorAndLeavesTheEngineUsable) {
+    windows_ml engine;
+    const std::string junk = "not an onnx model";
+    EXPECT_THROW(engine.createNetwork("bad", "CPU", std::vector<ModelBuffer>{{junk.data(), junk.size()}}),
+                 windows_ml_platform::PlatformError);
+    create(engine, "s", "static_two_io");
+    engine.infer();
+    EXPECT_EQ(layer<float>(engine, "sum", 6), std::vector<float>(6, 0.0f));
+
+    // Networks are independent: switching back and forth keeps each one's tables.
+    create(engine, "h", "half");
+    engine.switchNetwork("s");
+    EXPECT_EQ(engine.getOutputLayerNames().size(), 2u);
+}
+
+}  // namespace
+}  // namespace kel::test
