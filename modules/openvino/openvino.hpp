@@ -16,6 +16,10 @@
 
 namespace kel {
 
+namespace openvino_testing {
+struct Access;
+}
+
 class openvino {
 public:
     // Checks that the runtime libraries sit beside kel, then builds the engine state.
@@ -92,6 +96,7 @@ public:
     static void overrideLibraryDirectory(std::optional<std::wstring> directory);
 
 private:
+    friend struct openvino_testing::Access;
     std::any engine_;  // holds the engine state (runtime types) by value
 };
 

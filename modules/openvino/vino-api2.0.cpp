@@ -1,15 +1,22 @@
 // The "OpenVINO" engine back-end: runtime bring-up, network properties, creation, layer
 // data, inference and device queries over the OpenVINO runtime.
 #include <fmt/format.h>
+#include <fmt/ranges.h>
 
 #include <algorithm>
+#include <charconv>
 #include <chrono>
+#include <cstring>
 #include <filesystem>
 #include <iostream>
 #include <map>
 #include <memory>
+#include <optional>
 #include <openvino/openvino.hpp>
+#include <sstream>
 #include <system_error>
+#include <thread>
+#include <typeinfo>
 #include <unordered_map>
 
 #ifdef _WIN32
@@ -42,6 +49,9 @@ struct CompiledSlot {
 };
 
 struct VinoNetworkRecord {
+    VinoNetworkRecord() = default;
+    explicit VinoNetworkRecord(ov::Core networkCore) : core(std::move(networkCore)) {}
+
     ov::Core core;
     std::string device;
     std::shared_ptr<char[]> model_text;  // private copy of the XML text plus one zero byte
@@ -124,10 +134,154 @@ bool contains(const std::vector<std::string>& list, const std::string& value) {
 
 constexpr std::string_view kPluginsXml = "<ie><plugins></plugins></ie>";
 
+// The keys a host may give an OpenVINO network, with the type its value must hold. The
+// array fixes the order in which properties are validated; the hash map is the lookup.
+constexpr std::pair<std::string_view, std::string_view> kPropertyTypes[] = {
+    {"CACHE_DIR", "std::filesystem::path"},
+    {"CPU_RUNTIME_CACHE_CAPACITY", "std::string"},
+    {"GPU_THROTTLE_HINT_LEVEL", "std::string"},
+    {"MULTI_DEVICE_PRIORITIES", "std::string"},
+    {"DEVICE_PERFORMANCE_MODE", "std::string"},
+    {"RUNTIME_STREAMS_NUMBER", "std::string"},
+    {"INFERENCE_THREADS_NUMBER", "std::string"},
+    {"LOCAL_GPU_DRIVER_VERSION", "std::string"},
+    {"LOCAL_NPU_DRIVER_VERSION", "std::string"},
+    {"MIN_GPU_DRIVER_VERSION", "std::string"},
+    {"MIN_NPU_DRIVER_VERSION", "std::string"},
+};
+
+const std::unordered_map<std::string, std::string>& PropertyTypeTable() {
+    static const std::unordered_map<std::string, std::string> table = [] {
+        std::unordered_map<std::string, std::string> t;
+        for (const auto& [key, type] : kPropertyTypes) t.emplace(key, type);
+        return t;
+    }();
+    return table;
+}
+[[maybe_unused]] const auto& kLoadTimePropertyTypes = PropertyTypeTable();
+
+constexpr const char* kDefaultMinGpuDriver = "32.0.101.2115";
+constexpr const char* kDefaultMinNpuDriver = "32.0.100.4297";
+
+std::string dimsText(const std::vector<std::uint64_t>& dims) {
+    return fmt::format("[{}]", fmt::join(dims, ", "));
+}
+
+std::vector<std::uint64_t> toDims(const ov::Shape& shape) {
+    return std::vector<std::uint64_t>(shape.begin(), shape.end());
+}
+
+// The precision names hosts see, with the element size in bytes (0 for sub-byte types).
+const std::map<ov::element::Type_t, std::pair<const char*, std::uint64_t>>& precisionTable() {
+    using T = ov::element::Type_t;
+    static const std::map<T, std::pair<const char*, std::uint64_t>> table = {
+        {T::dynamic, {"DYNAMIC", 0}}, {T::boolean, {"BOOL", 1}}, {T::bf16, {"BF16", 2}},
+        {T::f16, {"FP16", 2}},        {T::f32, {"FP32", 4}},     {T::f64, {"FP64", 8}},
+        {T::i4, {"I4", 0}},           {T::i8, {"I8", 1}},        {T::i16, {"I16", 2}},
+        {T::i32, {"I32", 4}},         {T::i64, {"I64", 8}},      {T::u1, {"U1", 0}},
+        {T::u4, {"U4", 0}},           {T::u8, {"U8", 1}},        {T::u16, {"U16", 2}},
+        {T::u32, {"U32", 4}},         {T::u64, {"U64", 8}},
+    };
+    return table;
+}
+
+// The model port named by a layer; inputs win over outputs of the same name.
+ov::Output<const ov::Node> layerPort(const VinoNetworkRecord& record, const std::string& layer) {
+    const std::shared_ptr<const ov::Model> model = record.model;
+    if (contains(record.input_names, layer)) return model->input(layer);
+    return model->output(layer);
+}
+
+// The host pointer inside `data`, if it holds one of the accepted pointer types.
+std::optional<void*> hostPointer(const std::any& data) {
+    const std::type_info& type = data.type();
+    if (type == typeid(void*)) return std::any_cast<void*>(data);
+    if (type == typeid(const void*)) return const_cast<void*>(std::any_cast<const void*>(data));
+    if (type == typeid(std::uint8_t*)) return std::any_cast<std::uint8_t*>(data);
+    if (type == typeid(const std::uint8_t*))
+        return const_cast<std::uint8_t*>(std::any_cast<const std::uint8_t*>(data));
+    if (type == typeid(float*)) return std::any_cast<float*>(data);
+    if (type == typeid(const float*)) return const_cast<float*>(std::any_cast<const float*>(data));
+    return std::nullopt;
+}
+
+// Reads a property's value as the text it must be; a wrong type becomes the type message.
+std::string propertyText(const PropertyMap& properties, const std::string& name,
+                         std::string_view type) {
+    try {
+        return any_as<std::string>(properties.at(name));
+    } catch (const std::exception& e) {
+        raise("{}: {} type is {}. Please check your property value type.", e.what(), name, type);
+    }
+}
+
+int propertyNumber(const std::string& text, const std::string& name, std::string_view type) {
+    try {
+        return stoi_checked(text);
+    } catch (const std::exception& e) {
+        raise("{}: {} type is {}. Please check your property value type.", e.what(), name, type);
+    }
+}
+
+std::string pathToUtf8(const std::filesystem::path& path) {
+    const std::u8string text = path.u8string();
+    return std::string(text.begin(), text.end());
+}
+
+VinoNetworkRecord& currentRecord(vino_InferenceEngine& engine) {
+    return checked_at(engine.networks, engine.current_network, kOrderedMapKeyText);
+}
+
+ov::InferRequest& currentRequest(VinoNetworkRecord& record) {
+    return checked_at(record.slots, record.slot_key, kOrderedMapKeyText).request;
+}
+
+bool isLayer(const VinoNetworkRecord& record, const std::string& layer) {
+    return contains(record.input_names, layer) || contains(record.output_names, layer);
+}
+
+// Each network gets a core of its own, made from a plugins file that exists only while the
+// core is being made.
+VinoNetworkRecord& storeNewRecord(vino_InferenceEngine& engine, const std::string& networkIdentifier) {
+    const std::string xml = openvino::generateTempOVPluginsXML();
+    try {
+        VinoNetworkRecord record(ov::Core{xml});
+        auto& stored = engine.networks.insert_or_assign(networkIdentifier, std::move(record)).first->second;
+        openvino::remove_xml(xml);
+        return stored;
+    } catch (...) {
+        try {
+            openvino::remove_xml(xml);
+        } catch (...) {
+        }
+        throw;
+    }
+}
+
 }  // namespace
+
+// Grants the test seams access to the engine state.
+struct openvino_testing::Access {
+    static vino_InferenceEngine& engine(openvino& backend) { return state(backend.engine_); }
+};
 
 namespace openvino_testing {
 void setSse42Probe(bool (*probe)()) { g_sse42Probe = probe ? probe : &hostHasSse42; }
+
+void addNetworkRecord(openvino& backend, const std::string& networkIdentifier,
+                      const std::string& device) {
+    VinoNetworkRecord record;
+    record.device = device;
+    Access::engine(backend).networks.insert_or_assign(networkIdentifier, std::move(record));
+}
+
+std::string networkCacheDir(openvino& backend, const std::string& networkIdentifier) {
+    auto& record = checked_at(Access::engine(backend).networks, networkIdentifier,
+                              kOrderedMapKeyText);
+    return record.core.get_property(ov::cache_dir.name()).as<std::string>();
+}
+
+std::string currentNetwork(openvino& backend) { return Access::engine(backend).current_network; }
 }  // namespace openvino_testing
 
 // ---------------------------------------------------------------------------------
@@ -249,6 +403,492 @@ void openvino::checkCPUFeatures(const std::string& networkIdentifier) {
 
 std::string openvino::getNetworkDevice(const std::string& networkIdentifier) {
     return checked_at(state(engine_).networks, networkIdentifier, kOrderedMapKeyText).device;
+}
+
+// ---------------------------------------------------------------------------------
+// Network properties
+// ---------------------------------------------------------------------------------
+
+std::unordered_map<std::string, std::string> openvino::getEngineMutableProperties() {
+    return PropertyTypeTable();
+}
+
+std::vector<int> openvino::parseVersionNumbers(std::string_view text) {
+    std::vector<int> numbers;
+    std::size_t start = 0;
+    while (start < text.size()) {
+        const std::size_t dot = text.find('.', start);
+        const std::string_view piece =
+            text.substr(start, dot == std::string_view::npos ? std::string_view::npos : dot - start);
+        int value = 0;
+        const char* end = piece.data() + piece.size();
+        // from_chars takes an optional minus only, and reports overflow: both as wanted.
+        const auto [ptr, ec] = std::from_chars(piece.data(), end, value);
+        numbers.push_back(ec == std::errc() && ptr == end ? value : 0);
+        if (dot == std::string_view::npos) break;
+        start = dot + 1;
+    }
+    return numbers;
+}
+
+bool openvino::isIntelDriverVersion(const std::string& version) {
+    const std::vector<int> v = parseVersionNumbers(version);
+    return v.size() == 4 && v[0] >= 10 && v[0] <= 99 && v[2] >= 100 && v[3] >= 1;
+}
+
+bool openvino::compareDriverVersion(const std::string& minimum, const std::string& local,
+                                    int mode) {
+    if (local.empty() || minimum.empty()) return false;
+    std::vector<int> min = parseVersionNumbers(minimum);
+    std::vector<int> loc = parseVersionNumbers(local);
+    if (mode == 0) {
+        // Intel drivers: only the last two numbers carry the driver build.
+        if (!isIntelDriverVersion(minimum) || !isIntelDriverVersion(local)) return false;
+        const long long minBuild = min[2] * 10000LL + min[3];
+        const long long localBuild = loc[2] * 10000LL + loc[3];
+        return localBuild >= minBuild;
+    }
+    const std::size_t length = std::max(min.size(), loc.size());
+    min.resize(length, 0);
+    loc.resize(length, 0);
+    for (std::size_t i = 0; i < length; ++i)
+        if (loc[i] != min[i]) return loc[i] > min[i];
+    return true;
+}
+
+PropertyMap openvino::checkXPUProperties(const std::string& networkIdentifier,
+                                         const PropertyMap& properties) {
+    auto& record = checked_at(state(engine_).networks, networkIdentifier, kOrderedMapKeyText);
+    const std::string device = record.device;
+    PropertyMap copy = properties;
+    if (device == "CPU") {
+        copy.erase("CACHE_DIR");
+        copy.erase("GPU_THROTTLE_HINT_LEVEL");
+    }
+    if (device != "AUTO") copy.erase("MULTI_DEVICE_PRIORITIES");
+    if (device == "AUTO" || device == "CPU") {
+        for (const char* key : {"LOCAL_GPU_DRIVER_VERSION", "LOCAL_NPU_DRIVER_VERSION",
+                                "MIN_GPU_DRIVER_VERSION", "MIN_NPU_DRIVER_VERSION"})
+            copy.erase(key);
+        return copy;
+    }
+
+    std::string localGpu, minGpu, localNpu, minNpu;
+    if (device == "GPU") {
+        if (auto it = copy.find("LOCAL_GPU_DRIVER_VERSION"); it != copy.end()) {
+            localGpu = any_as<std::string>(it->second);
+            copy.erase(it);
+        }
+        if (auto it = copy.find("MIN_GPU_DRIVER_VERSION"); it != copy.end()) {
+            minGpu = any_as<std::string>(it->second);
+            copy.erase(it);
+        }
+        if (minGpu.empty()) minGpu = kDefaultMinGpuDriver;
+        copy.erase("LOCAL_NPU_DRIVER_VERSION");
+        copy.erase("MIN_NPU_DRIVER_VERSION");
+    } else if (device == "NPU") {
+        if (auto it = copy.find("LOCAL_NPU_DRIVER_VERSION"); it != copy.end()) {
+            localNpu = any_as<std::string>(it->second);
+            copy.erase("LOCAL_GPU_DRIVER_VERSION");
+        }
+        if (auto it = copy.find("MIN_NPU_DRIVER_VERSION"); it != copy.end()) {
+            minNpu = any_as<std::string>(it->second);
+            copy.erase(it);
+        }
+        if (minNpu.empty()) minNpu = kDefaultMinNpuDriver;
+        // MIN_GPU_DRIVER_VERSION stays: parseProperties accepts and ignores it.
+        copy.erase("LOCAL_GPU_DRIVER_VERSION");
+        copy.erase("LOCAL_NPU_DRIVER_VERSION");
+    } else {
+        // Indexed and composite device names are the host's explicit choice: left alone.
+        return copy;
+    }
+
+    if (device == "GPU" && !compareDriverVersion(minGpu, localGpu, 0)) {
+        record.device = "AUTO";
+        copy.insert_or_assign("MULTI_DEVICE_PRIORITIES", std::string("GPU,CPU"));
+        logMessage(fmt::format(
+            "[{}] : createNetwork : local GPU driver version: [{}], minimum GPU driver version: "
+            "[{}], so change device from [GPU] to [AUTO] with [GPU,CPU] multi-device priorities.",
+            makeLogTag(), localGpu, minGpu));
+    } else if (device == "NPU" && !compareDriverVersion(minNpu, localNpu, 0)) {
+        record.device = "AUTO";
+        copy.insert_or_assign("MULTI_DEVICE_PRIORITIES", std::string("NPU,CPU"));
+        logMessage(fmt::format(
+            "[{}] : createNetwork : local NPU driver version: [{}], minimum NPU driver version: "
+            "[{}], so change device from [NPU] to [AUTO] with [NPU,CPU] multi-device priorities.",
+            makeLogTag(), localNpu, minNpu));
+    }
+    return copy;
+}
+
+void openvino::setNetworkCacheDir(const std::string& networkIdentifier,
+                                  const PropertyMap& properties) {
+    auto& record = checked_at(state(engine_).networks, networkIdentifier, kOrderedMapKeyText);
+    // Compiling for the processor is quick; a cache would only cost disk.
+    if (record.device == "CPU") return;
+    std::filesystem::path directory =
+        std::filesystem::temp_directory_path() / record.device / "ov-model-cache";
+    if (auto it = properties.find("CACHE_DIR"); it != properties.end())
+        directory = any_as<std::filesystem::path>(it->second);
+    logMessage(fmt::format("[{}] : createNetwork : [CACHE_DIR] is [{}]", makeLogTag(),
+                           utils::pathToString(directory)));
+    try {
+        std::filesystem::create_directories(directory);
+    } catch (const std::filesystem::filesystem_error& e) {
+        raise_text(e.what());
+    }
+    record.core.set_property(ov::AnyMap{{ov::cache_dir.name(), pathToUtf8(directory)}});
+}
+
+std::any openvino::parseProperties(const std::string& networkIdentifier,
+                                   const PropertyMap& properties) {
+    const std::string device =
+        checked_at(state(engine_).networks, networkIdentifier, kOrderedMapKeyText).device;
+    ov::AnyMap config;
+    if (properties.empty()) return config;
+    // Kept as it always was: the key is looked up where it came from, so nothing is refused
+    // here and unknown keys simply find no rule below.
+    for (const auto& entry : properties)
+        if (properties.find(entry.first) == properties.end())
+            raise("property name [{}] is not supported in OpenVINO. Please check your property "
+                  "name.",
+                  entry.first);
+
+    const bool cpu = device == "CPU", gpu = device == "GPU", autoDevice = device == "AUTO";
+    for (const auto& [keyView, type] : kPropertyTypes) {
+        const std::string key(keyView);
+        if (!properties.contains(key)) continue;
+        auto logA = [&](const std::string& text) {
+            logMessage(fmt::format("[{}] : createNetwork : [{}] is [{}]", makeLogTag(), key, text));
+        };
+
+        if (key == "CPU_RUNTIME_CACHE_CAPACITY" && (cpu || autoDevice)) {
+            const std::string text = propertyText(properties, key, type);
+            config.emplace("CPU_RUNTIME_CACHE_CAPACITY", text);
+            logA(text);
+        } else if (key == "GPU_THROTTLE_HINT_LEVEL" && (gpu || autoDevice)) {
+            const std::string text = propertyText(properties, key, type);
+            ov::hint::Priority level;
+            if (text == "LOW") level = ov::hint::Priority::LOW;
+            else if (text == "MEDIUM") level = ov::hint::Priority::MEDIUM;
+            else if (text == "HIGH") level = ov::hint::Priority::HIGH;
+            else
+                raise("GPU_THROTTLE_HINT_LEVEL property value [{}] is not a supported value. The "
+                      "valid value is \"LOW\", \"MEDIUM\" or \"HIGH\".",
+                      text);
+            config.emplace("GPU_QUEUE_THROTTLE", level);
+            logMessage(fmt::format("[{}] : createNetwork : [GPU_THROTTLE_HINT_LEVEL] is [{}]",
+                                   makeLogTag(), text));
+        } else if (key == "MULTI_DEVICE_PRIORITIES" && autoDevice) {
+            const std::string text = propertyText(properties, key, type);
+            config.emplace(ov::device::priorities.name(), text);
+            logA(text);
+        } else if (key == "DEVICE_PERFORMANCE_MODE") {
+            const std::string text = propertyText(properties, key, type);
+            ov::hint::PerformanceMode mode;
+            if (text == "THROUGHPUT") mode = ov::hint::PerformanceMode::THROUGHPUT;
+            else if (text == "LATENCY") mode = ov::hint::PerformanceMode::LATENCY;
+            else if (text == "CUMULATIVE_THROUGHPUT")
+                mode = ov::hint::PerformanceMode::CUMULATIVE_THROUGHPUT;
+            else
+                raise("DEVICE_PERFORMANCE_MODE property value [{}] is not a supported value. The "
+                      "valid value is \"THROUGHPUT\", \"LATENCY\" or \"CUMULATIVE_THROUGHPUT\".",
+                      text);
+            config.emplace(ov::hint::performance_mode.name(), mode);
+            logA(text);
+        } else if (key == "RUNTIME_STREAMS_NUMBER") {
+            const std::string text = propertyText(properties, key, type);
+            const int n = propertyNumber(text, key, type);
+            if (n < 1)
+                raise("RUNTIME_STREAMS_NUMBER property value [{}] is not a supported value. The "
+                      "valid value is larger than 0.",
+                      text);
+            config.emplace(ov::num_streams.name(), ov::streams::Num(n));
+            logA(text);
+        } else if (key == "INFERENCE_THREADS_NUMBER" && (cpu || autoDevice)) {
+            const std::string text = propertyText(properties, key, type);
+            const int n = propertyNumber(text, key, type);
+            if (n < 1)
+                raise("INFERENCE_THREADS_NUMBER property value [{}] is not a supported value. The "
+                      "valid value is larger than 0.",
+                      text);
+            // 0 means the count is unknown; the runtime then has the last word.
+            const unsigned threads = std::thread::hardware_concurrency();
+            if (threads != 0 && static_cast<unsigned>(n) > threads)
+                raise("INFERENCE_THREADS_NUMBER property value [{}] is not a supported value. The "
+                      "valid value is less than or equal to the number of hardware threads({}).",
+                      text, threads);
+            config.emplace(ov::inference_num_threads.name(), n);
+            logA(text);
+        }
+    }
+    return config;
+}
+
+// ---------------------------------------------------------------------------------
+// Networks
+// ---------------------------------------------------------------------------------
+
+void openvino::createNetwork(const std::string& networkIdentifier, const std::string& device,
+                             const std::string& innerModelIdentifier,
+                             const PropertyMap& properties) {
+    auto& inner = state(engine_).inner_models;
+    const auto it = inner.find(innerModelIdentifier);
+    if (it == inner.end())
+        raise("{} is not a supported plugin model id. Please use getSupportedModelIDs function "
+              "check built-in and plugin model ids!",
+              innerModelIdentifier);
+    const std::vector<ModelBuffer> buffers = it->second;
+    createNetwork(networkIdentifier, device, buffers, properties);
+}
+
+void openvino::createNetwork(const std::string& networkIdentifier, const std::string& device,
+                             const std::vector<ModelBuffer>& buffers,
+                             const PropertyMap& properties) {
+    if (buffers.size() == 1) {
+        const std::size_t noWeights = 0;
+        createNetwork(networkIdentifier, device, buffers[0].first, buffers[0].second, nullptr,
+                      noWeights, properties);
+    } else if (buffers.size() == 2) {
+        createNetwork(networkIdentifier, device, buffers[0].first, buffers[0].second,
+                      buffers[1].first, buffers[1].second, properties);
+    } else {
+        raise("model buffer number is {}, the number is not supported.", buffers.size());
+    }
+}
+
+void openvino::createNetwork(const std::string& networkIdentifier, const std::string& device,
+                             const std::vector<std::filesystem::path>& files,
+                             const PropertyMap& properties) {
+    if (files.size() == 1)
+        createNetwork(networkIdentifier, device, files[0], std::filesystem::path(), properties);
+    else if (files.size() == 2)
+        createNetwork(networkIdentifier, device, files[0], files[1], properties);
+    else
+        raise("model file number is {}, the number is not supported.", files.size());
+}
+
+void openvino::createNetwork(const std::string& networkIdentifier, const std::string& device,
+                             const std::filesystem::path& modelPath,
+                             const std::filesystem::path& weightsPath,
+                             const PropertyMap& properties) {
+    auto& engine = state(engine_);
+    auto& record = storeNewRecord(engine, networkIdentifier);
+    record.device = device;
+    logMessage(fmt::format("[{}] : createNetwork : (Begin) ov api read_model for [{}] network.",
+                           makeLogTag(), networkIdentifier));
+    // An empty weights path lets the runtime look beside the model; the file's extension
+    // picks the reader (IR, ONNX, ...).
+    record.model = record.core.read_model(modelPath, weightsPath, ov::AnyMap{});
+    logMessage(fmt::format("[{}] : createNetwork : (Cease) ov api read_model for [{}] network.",
+                           makeLogTag(), networkIdentifier));
+    innerCreateNetwork(networkIdentifier, properties);
+    engine.current_network = networkIdentifier;
+}
+
+void openvino::createNetwork(const std::string& networkIdentifier, const std::string& device,
+                             const void* xmlBuffer, const std::size_t& xmlSize,
+                             const void* weightsBuffer, const std::size_t& weightsSize,
+                             const PropertyMap& properties) {
+    if (xmlBuffer == nullptr)
+        raise("xml_buffer must be set. Current buffer is nullptr. Please check your xml_buffer.");
+    if (xmlSize == 0)
+        raise("xml_size must be set. Current size is 0. Please check your xml_size.");
+    auto& engine = state(engine_);
+    auto& record = storeNewRecord(engine, networkIdentifier);
+    // The host may free its XML text as soon as this returns, so the record keeps a copy.
+    if (!record.model_text) {
+        std::shared_ptr<char[]> text(new char[xmlSize + 1]());
+        std::memcpy(text.get(), xmlBuffer, xmlSize);
+        record.model_text = std::move(text);
+        record.model_text_size = xmlSize;
+    }
+    const std::string model(record.model_text.get(), record.model_text_size);
+    // The weights are only wrapped: they must outlive the network.
+    const ov::Tensor weights =
+        weightsBuffer != nullptr
+            ? ov::Tensor(ov::element::u8, ov::Shape{weightsSize}, const_cast<void*>(weightsBuffer))
+            : ov::Tensor(ov::element::u8, ov::Shape{0});
+    record.device = device;
+    logMessage(fmt::format("[{}] : createNetwork : (Begin) ov api read_model for [{}] network.",
+                           makeLogTag(), networkIdentifier));
+    record.model = record.core.read_model(model, weights);
+    logMessage(fmt::format("[{}] : createNetwork : (Cease) ov api read_model for [{}] network.",
+                           makeLogTag(), networkIdentifier));
+    innerCreateNetwork(networkIdentifier, properties);
+    engine.current_network = networkIdentifier;
+}
+
+void openvino::innerCreateNetwork(const std::string& networkIdentifier,
+                                  const PropertyMap& properties) {
+    auto& engine = state(engine_);
+    auto& record = checked_at(engine.networks, networkIdentifier, kOrderedMapKeyText);
+    CompiledSlot& slot = record.slots[record.slot_key];
+    logMessage(fmt::format("[{}] : createNetwork : network_identifier is [{}], device is [{}]",
+                           makeLogTag(), networkIdentifier, record.device));
+    checkCPUFeatures(networkIdentifier);
+    const PropertyMap adjusted = checkXPUProperties(networkIdentifier, properties);
+    setNetworkCacheDir(networkIdentifier, adjusted);
+    const ov::AnyMap config = std::any_cast<ov::AnyMap>(parseProperties(networkIdentifier, adjusted));
+
+    logMessage(fmt::format("[{}] : createNetwork : (Begin) ov api compile_model for [{}] network.",
+                           makeLogTag(), networkIdentifier));
+    slot.compiled_model = record.core.compile_model(record.model, record.device, config);
+    logMessage(fmt::format("[{}] : createNetwork : (Cease) ov api compile_model for [{}] network.",
+                           makeLogTag(), networkIdentifier));
+    logMessage(fmt::format(
+        "[{}] : createNetwork : (Begin) ov api create_infer_request for [{}] network.",
+        makeLogTag(), networkIdentifier));
+    slot.request = slot.compiled_model.create_infer_request();
+    logMessage(fmt::format(
+        "[{}] : createNetwork : (Cease) ov api create_infer_request for [{}] network.",
+        makeLogTag(), networkIdentifier));
+
+    record.input_names.clear();
+    record.output_names.clear();
+    for (const auto& input : record.model->inputs()) record.input_names.push_back(input.get_any_name());
+    for (const auto& output : record.model->outputs())
+        record.output_names.push_back(output.get_any_name());
+
+    if (engine.log_callback) {
+        auto listText = [](const std::vector<std::string>& names) {
+            std::string text;
+            for (const auto& name : names) text += fmt::format("[{}] ", name);
+            return text;
+        };
+        logMessage(fmt::format("[{}] : createNetwork : [{}] network have {} input layer(s) {}",
+                               makeLogTag(), networkIdentifier, record.input_names.size(),
+                               listText(record.input_names)));
+        logMessage(fmt::format("[{}] : createNetwork : [{}] network have {} output layer(s) {}",
+                               makeLogTag(), networkIdentifier, record.output_names.size(),
+                               listText(record.output_names)));
+    }
+}
+
+void openvino::registerModelAsInnerID(const std::string& innerModelIdentifier,
+                                      const std::vector<ModelBuffer>& buffers) {
+    state(engine_).inner_models[innerModelIdentifier] = buffers;
+    logMessage(fmt::format("[{}] : registerModelAsInnerID : register [{}] as inner model",
+                           makeLogTag(), innerModelIdentifier));
+}
+
+void openvino::unregisterInnerID(const std::string& innerModelIdentifier) {
+    state(engine_).inner_models.erase(innerModelIdentifier);
+}
+
+std::vector<std::string> openvino::getModelInnerIDs() {
+    std::vector<std::string> ids;
+    for (const auto& entry : state(engine_).inner_models) ids.push_back(entry.first);
+    return ids;
+}
+
+void openvino::removeNetwork(const std::string& networkIdentifier) {
+    state(engine_).networks.erase(networkIdentifier);
+}
+
+void openvino::switchNetwork(const std::string& networkIdentifier) {
+    auto& engine = state(engine_);
+    if (!engine.networks.contains(networkIdentifier)) return;
+    engine.current_network = networkIdentifier;
+    logMessage(fmt::format("[{}] : switchNetwork : switch [{}] as current network.", makeLogTag(),
+                           networkIdentifier));
+}
+
+// ---------------------------------------------------------------------------------
+// Layers and inference
+// ---------------------------------------------------------------------------------
+
+std::vector<std::string> openvino::getInputLayerNames() {
+    return currentRecord(state(engine_)).input_names;
+}
+
+std::vector<std::string> openvino::getOutputLayerNames() {
+    return currentRecord(state(engine_)).output_names;
+}
+
+void openvino::setLayerData(const std::string& layer, std::any data,
+                            const std::vector<std::uint64_t>& dims) {
+    if (!data.has_value()) raise("data parameter is null.");
+    if (dims.empty()) raise("data_dims parameter is empty.");
+    auto& record = currentRecord(state(engine_));
+    if (!isLayer(record, layer)) raise("[{}] is not found in input and output layers.", layer);
+
+    const auto port = layerPort(record, layer);
+    const ov::element::Type type = port.get_element_type();
+    bool dynamic = false;
+    std::vector<std::uint64_t> expected;
+    try {
+        expected = toDims(port.get_shape());
+    } catch (const ov::Exception&) {
+        // A dynamic layer takes its dims from the host.
+        dynamic = true;
+    }
+    if (!dynamic && expected != dims)
+        raise("[{}] expect dims is {}, but get dims is {}", layer, dimsText(expected),
+              dimsText(dims));
+
+    const std::optional<void*> pointer = hostPointer(data);
+    if (!pointer)
+        raise(" not support {} as data type! Support type: void* | const void* | uint8_t* | const "
+              "uint8_t* | float* | const float* ",
+              data.type().name());
+    if (*pointer == nullptr) raise("data parameter is null.");
+
+    // Bound, not copied: the layer's own element type, whatever the pointer's type says.
+    const ov::Tensor tensor(type, ov::Shape(dims.begin(), dims.end()), *pointer);
+    currentRequest(record).set_tensor(layer, tensor);
+    if (dynamic) record.layer_data_state[layer] = dims;
+}
+
+void* openvino::getLayerData(const std::string& layer) {
+    auto& record = currentRecord(state(engine_));
+    if (!isLayer(record, layer)) raise("{} is not found in input and output layers.", layer);
+    try {
+        layerPort(record, layer).get_shape();
+    } catch (const ov::Exception& e) {
+        if (!record.layer_data_state.contains(layer))
+            raise("[OpenVINO Exception]:{}\n[{}] layer have dynamic shape. Need set by "
+                  "`setLayerData` API first.",
+                  e.what(), layer);
+    }
+    return currentRequest(record).get_tensor(layer).data();
+}
+
+const std::vector<std::uint64_t> openvino::getLayerDims(const std::string& layer) {
+    auto& record = currentRecord(state(engine_));
+    if (!isLayer(record, layer)) raise("{} is not found in input and output layers.", layer);
+    try {
+        return toDims(layerPort(record, layer).get_shape());
+    } catch (const ov::Exception& e) {
+        const auto it = record.layer_data_state.find(layer);
+        if (it == record.layer_data_state.end())
+            raise("[OpenVINO Exception]:{}\n[{}] layer have dynamic shape. Need set by "
+                  "`setLayerData` API first.",
+                  e.what(), layer);
+        return it->second;
+    }
+}
+
+std::tuple<std::string, std::uint64_t> openvino::getLayerPrecision(const std::string& layer) {
+    auto& record = currentRecord(state(engine_));
+    if (!isLayer(record, layer)) raise("{} is not found in input and output layers.", layer);
+    const auto& table = precisionTable();
+    const auto it = table.find(layerPort(record, layer).get_element_type());
+    if (it == table.end()) raise("{} layer Precision is unknown.", layer);
+    return {it->second.first, it->second.second};
+}
+
+void openvino::infer() {
+    auto& record = currentRecord(state(engine_));
+    ov::InferRequest& request = currentRequest(record);
+    request.infer();
+    // A dynamic output's dims are known only now; keeping them lets the host read it
+    // without binding a buffer of its own first.
+    for (const auto& output : record.model->outputs())
+        if (output.get_partial_shape().is_dynamic())
+            record.layer_data_state[output.get_any_name()] =
+                toDims(request.get_tensor(output.get_any_name()).get_shape());
 }
 
 // ---------------------------------------------------------------------------------
