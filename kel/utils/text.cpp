@@ -32,6 +32,17 @@ std::wstring stringToWstring(const std::string& text) {
 
 std::string pathToString(const std::filesystem::path& path) { return path.string(); }
 
+std::string utf16ToString(const std::u16string& text) {
+    if (text.empty()) return {};
+    return wstringToString(std::wstring(text.begin(), text.end()));
+}
+
+std::u16string stringToUtf16(const std::string& text) {
+    if (text.empty()) return {};
+    const std::wstring wide = stringToWstring(text);
+    return std::u16string(wide.begin(), wide.end());
+}
+
 #else
 
 namespace {
@@ -90,6 +101,38 @@ std::wstring stringToWstring(const std::string& text) {
 }
 
 std::string pathToString(const std::filesystem::path& path) { return path.string(); }
+
+std::string utf16ToString(const std::u16string& text) {
+    std::wstring wide;
+    wide.reserve(text.size());
+    for (std::size_t i = 0; i < text.size(); ++i) {
+        char32_t c = text[i];
+        if (c >= 0xD800 && c <= 0xDBFF && i + 1 < text.size() && text[i + 1] >= 0xDC00 &&
+            text[i + 1] <= 0xDFFF) {
+            c = 0x10000 + ((c - 0xD800) << 10) + (text[++i] - 0xDC00);
+        } else if (c >= 0xD800 && c <= 0xDFFF) {
+            c = 0xFFFD;
+        }
+        wide += static_cast<wchar_t>(c);
+    }
+    return wstringToString(wide);
+}
+
+std::u16string stringToUtf16(const std::string& text) {
+    std::u16string out;
+    out.reserve(text.size());
+    for (wchar_t wc : stringToWstring(text)) {
+        auto c = static_cast<char32_t>(wc);
+        if (c >= 0x10000) {
+            c -= 0x10000;
+            out += static_cast<char16_t>(0xD800 + (c >> 10));
+            out += static_cast<char16_t>(0xDC00 + (c & 0x3FF));
+        } else {
+            out += static_cast<char16_t>(c);
+        }
+    }
+    return out;
+}
 
 #endif
 
