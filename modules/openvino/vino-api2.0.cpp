@@ -410,6 +410,7 @@ std::string openvino::getNetworkDevice(const std::string& networkIdentifier) {
 // ---------------------------------------------------------------------------------
 
 std::unordered_map<std::string, std::string> openvino::getEngineMutableProperties() {
+    state(engine_);
     return PropertyTypeTable();
 }
 
