@@ -6,6 +6,7 @@
 #include <fmt/format.h>
 
 #include <algorithm>
+#include <cctype>
 #include <cstdint>
 #include <cstring>
 #include <fstream>
@@ -110,7 +111,8 @@ public:
             openClass("sys/class/drm", [](const std::string& name) {
                 // cardN only: cardN-<connector> entries are outputs of the same adapter.
                 return name.size() > 4 && name.rfind("card", 0) == 0 &&
-                       std::all_of(name.begin() + 4, name.end(), ::isdigit);
+                       std::all_of(name.begin() + 4, name.end(),
+                                   [](unsigned char c) { return std::isdigit(c); });
             });
         } else if (device_class == kComputeAcceleratorClass) {
             openClass("sys/class/accel", [](const std::string&) { return true; });

@@ -72,7 +72,8 @@ std::vector<DeviceDriverInfo> get(const std::string& kind, const std::string& fi
 
 TEST(GetDeviceInfo, ProcessorYieldsOnlyTheFirstFriendlyName) {
     FakeEnumerator fake({{"Intel(R) Core(TM) i7", u"10.0.1"}, {"second"}});
-    EXPECT_THAT(kel::utils::GetDeviceInfo("CPU", "", 5, fake), ElementsAre(Pair("10.0.1", z("Intel(R) Core(TM) i7"))));
+    EXPECT_THAT(kel::utils::GetDeviceInfo("CPU", "", 5, fake),
+                ElementsAre(Pair("10.0.1", z("Intel(R) Core(TM) i7"))));
     EXPECT_EQ(fake.opened, kel::utils::kProcessorClass);
     EXPECT_THAT(fake.properties, ElementsAre(DescriptionProperty::FriendlyName));
     EXPECT_TRUE(fake.closed);
@@ -85,18 +86,21 @@ TEST(GetDeviceInfo, AdaptersAndAcceleratorsHonourTheLimitAndTheFilter) {
             FakeEnumerator fake(adapters());
             EXPECT_THAT(get(kind, "", all, std::move(fake)),
                         ElementsAre(Pair("31.0.101.4502", z("Intel(R) Iris(R) Xe Graphics")),
-                                    Pair("546.17\xc3\xa9", z("NVIDIA GeForce RTX 3080")), Pair("31.0.101.5186", _)));
+                                    Pair("546.17\xc3\xa9", z("NVIDIA GeForce RTX 3080")),
+                                    Pair("31.0.101.5186", _)));
         }
         FakeEnumerator fake(adapters());
         EXPECT_THAT(kel::utils::GetDeviceInfo(kind, "", 1, fake), ElementsAre(Pair("31.0.101.4502", _)));
         EXPECT_EQ(fake.opened, device_class);
         EXPECT_THAT(fake.properties, ElementsAre(DescriptionProperty::DeviceDescription));
         // Filtered-out devices do not use up the limit.
-        EXPECT_THAT(get(kind, "Graphics", 2, FakeEnumerator(adapters())), ElementsAre(_, Pair("31.0.101.5186", _)));
+        EXPECT_THAT(get(kind, "Graphics", 2, FakeEnumerator(adapters())),
+                    ElementsAre(_, Pair("31.0.101.5186", _)));
     }
     EXPECT_THAT(get("GPU", "intel", 0, FakeEnumerator(adapters())), IsEmpty());
     EXPECT_THAT(get("GPU", std::string(40, 'I'), 0, FakeEnumerator(adapters())), IsEmpty());
-    EXPECT_THAT(get("GPU", z("RTX 3080"), 0, FakeEnumerator(adapters())), ElementsAre(Pair("546.17\xc3\xa9", _)));
+    EXPECT_THAT(get("GPU", z("RTX 3080"), 0, FakeEnumerator(adapters())),
+                ElementsAre(Pair("546.17\xc3\xa9", _)));
 }
 
 TEST(GetDeviceInfo, DeviceWithoutReadableDriverVersionIsLeftOutAndNeighboursStay) {

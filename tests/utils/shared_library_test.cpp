@@ -61,10 +61,13 @@ TEST(LoadSharedObject, FailuresCarryTheirTexts) {
               "shared_library_handle_object is empty. Please check load kel step.");
     // A host loader's failure is reported with the platform's error text.
     EXPECT_EQ(errorOf([] {
-                  load_shared_object(kPlugin.wstring(), [](const wchar_t*) { return dlopen("/nonexistent/x.so", RTLD_NOW); });
+                  load_shared_object(kPlugin.wstring(), [](const wchar_t*) {
+                      return dlopen("/nonexistent/x.so", RTLD_NOW);
+                  });
               }),
               "Cannot load library '" + kPlugin.string() +
-                  "': /nonexistent/x.so: cannot open shared object file: No such file or directory from cwd: " +
+                  "': /nonexistent/x.so: cannot open shared object file: No such file or directory"
+                  " from cwd: " +
                   fs::current_path().string());
 }
 
@@ -77,11 +80,12 @@ TEST(LoadSharedObject, CurrentDirectoryAndSearchPathAreNeverSearched) {
     fs::current_path(dir / "plugins");
 
     EXPECT_EQ(errorOf([] { load_shared_object(L"libkel_copy.so"); }),
-              "Cannot load library 'libkel_copy.so': libkel_copy.so: a name without a directory is not searched for"
-              " from cwd: " + (dir / "plugins").string());
+              "Cannot load library 'libkel_copy.so': libkel_copy.so: a name without a directory is "
+              "not searched for from cwd: " + (dir / "plugins").string());
     EXPECT_FALSE(isLoaded(dir / "plugins/libkel_copy.so"));
     // The program's own RUNPATH would find this name beside it.
-    EXPECT_EQ(errorOf([] { load_shared_object(L"libkel_test_plugin_lib.so"); }), "libkel_test_plugin_lib.so not exists.");
+    EXPECT_EQ(errorOf([] { load_shared_object(L"libkel_test_plugin_lib.so"); }),
+              "libkel_test_plugin_lib.so not exists.");
 
     // A relative path with a directory is taken from where it points, and passed on absolute.
     fs::current_path(dir);
