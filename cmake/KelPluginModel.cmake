@@ -16,12 +16,12 @@ function(kel_add_plugin_model target)
   cmake_parse_arguments(PARSE_ARGV 1 PM ""
     "ENGINE;VERSION;REPORT_ENGINES;REPORT_VERSIONS;REPORT_MODELS;ZERO_SIZE_MODEL;NULL_BUFFER_MODEL"
     "MODELS")
-  if(NOT DEFINED PM_ENGINE AND NOT "ENGINE" IN_LIST PM_KEYWORDS_MISSING_VALUES)
-    message(FATAL_ERROR "kel_add_plugin_model(${target}): ENGINE is required")
-  endif()
-  if(NOT DEFINED PM_VERSION AND NOT "VERSION" IN_LIST PM_KEYWORDS_MISSING_VALUES)
-    message(FATAL_ERROR "kel_add_plugin_model(${target}): VERSION is required")
-  endif()
+  # An empty ENGINE or VERSION is allowed (it is the library's answer); a missing one is not.
+  foreach(required ENGINE VERSION)
+    if(NOT "${required}" IN_LIST ARGN)
+      message(FATAL_ERROR "kel_add_plugin_model(${target}): ${required} is required")
+    endif()
+  endforeach()
   list(LENGTH PM_MODELS count)
   foreach(knob REPORT_ENGINES REPORT_VERSIONS)
     if(NOT DEFINED PM_${knob})

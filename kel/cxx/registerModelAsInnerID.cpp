@@ -4,6 +4,7 @@
 #include "kel/cxx/engine_impl.hpp"
 #include "kel/utils/platform.hpp"
 #include "kel/utils/shared_library.hpp"
+#include "kel/utils/text.hpp"
 
 namespace kel {
 

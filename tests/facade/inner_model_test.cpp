@@ -87,10 +87,10 @@ TEST(InnerModels, UnregisteringWaitsForTheLastNetworkAndFreesTheLibrary) {
 
         engine.switchNetwork("n");
         EXPECT_THAT(t::thrownText([&] { engine.unregisterInnerID("static"); }),
-                    HasSubstr("\n2 network(s) is/are using inner model [static]. Please delete it/them first.\n"));
+                    HasSubstr("\n[2] network(s) is/are using inner model [static]. Please delete it/them first.\n"));
         engine.removeNetwork("other");
         EXPECT_THAT(t::thrownText([&] { engine.unregisterInnerID("static"); }),
-                    HasSubstr("\n1 network(s) is/are using inner model [static]."));
+                    HasSubstr("\n[1] network(s) is/are using inner model [static]."));
         EXPECT_THAT(t::thrownText([&] { engine.unregisterInnerID("nope"); }),
                     HasSubstr("\nnot found Model Id [nope] for unregister.\n"));
 

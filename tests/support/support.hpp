@@ -58,11 +58,16 @@ std::string thrownText(F&& f) {
     return {};
 }
 
-// Everything written to standard error while `f` runs.
+// Everything written to standard error while `f` runs; an exception from `f` passes on.
 template <class F>
 std::string capturedStderr(F&& f) {
     testing::internal::CaptureStderr();
-    f();
+    try {
+        f();
+    } catch (...) {
+        testing::internal::GetCapturedStderr();
+        throw;
+    }
     return testing::internal::GetCapturedStderr();
 }
 
