@@ -2,6 +2,13 @@
 
 #include <fmt/format.h>
 
+#include <cstdlib>
+#include <memory>
+
+#ifdef __GNUG__
+#include <cxxabi.h>
+#endif
+
 #include "kel/common/log.hpp"
 
 namespace kel {
@@ -19,6 +26,16 @@ KELException::KELException(std::string message, std::source_location location)
 KELException::~KELException() = default;
 
 const char* KELException::what() const noexcept { return message_.c_str(); }
+
+std::string type_name(const std::type_info& type) {
+#ifdef __GNUG__
+    int status = 0;
+    std::unique_ptr<char, void (*)(void*)> name(abi::__cxa_demangle(type.name(), nullptr, nullptr, &status),
+                                                std::free);
+    if (status == 0 && name) return name.get();
+#endif
+    return type.name();
+}
 
 int stoi_checked(const std::string& text) {
     try {

@@ -6,6 +6,7 @@
 #include <stdexcept>
 #include <string>
 #include <type_traits>
+#include <typeinfo>
 #include <unordered_map>
 #include <utility>
 
@@ -74,6 +75,9 @@ const T& any_as(const std::any& value) {
     if (!p) throw bad_any_cast_text();
     return *p;
 }
+
+// A type's name as a reader would write it ("int*"), for messages.
+std::string type_name(const std::type_info& type);
 
 // std::stoi with the fixed texts for both of its failures.
 int stoi_checked(const std::string& text);

@@ -833,7 +833,7 @@ void openvino::setLayerData(const std::string& layer, std::any data,
     if (!pointer)
         raise(" not support {} as data type! Support type: void* | const void* | uint8_t* | const "
               "uint8_t* | float* | const float* ",
-              data.type().name());
+              type_name(data.type()));
     if (*pointer == nullptr) raise("data parameter is null.");
 
     // Bound, not copied: the layer's own element type, whatever the pointer's type says.

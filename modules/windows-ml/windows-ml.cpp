@@ -12,9 +12,6 @@
 #include <typeinfo>
 #include <utility>
 
-#ifdef __GNUG__
-#include <cxxabi.h>
-#endif
 
 #include "kel/common/error.hpp"
 #include "kel/utils/device_info.hpp"
@@ -88,16 +85,6 @@ const std::string& FeatureKindNames(std::int32_t kind) {
 // Kinds that have a tensor class to create and read: all but undefined, string and complex.
 bool isHandledKind(std::uint32_t kind) {
     return (kind >= 1 && kind <= 7) || (kind >= 9 && kind <= 13);
-}
-
-std::string heldTypeName(const std::type_info& type) {
-#ifdef __GNUG__
-    int status = 0;
-    std::unique_ptr<char, void (*)(void*)> name(
-        abi::__cxa_demangle(type.name(), nullptr, nullptr, &status), std::free);
-    if (status == 0 && name) return name.get();
-#endif
-    return type.name();
 }
 
 // The host pointer inside data, or false when its type is not one of the accepted four.
@@ -389,7 +376,7 @@ void windows_ml::setLayerData(const std::string& layer, std::any data,
     if (!heldPointer(data, pointer))
         raise("not support {} as data type! Support type: void* | const void* | uint8_t* | "
               "const uint8_t* ",
-              heldTypeName(data.type()));
+              type_name(data.type()));
     if (!pointer) raise("data is nullptr.");
 
     entry.data = pointer;
