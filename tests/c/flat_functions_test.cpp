@@ -2,6 +2,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <cstring>
 #include <functional>
 
 #include "kel/c/kel.h"
@@ -121,6 +122,56 @@ TEST_F(Flat, EveryIndexedListHandsOutExactlyItsBytesAndRefusesBadIndexes) {
     // An inner failure while counting is replaced by the range text.
     EXPECT_EQ(kelGetSupportDeviceLength(h, "NoEngine", 0), -1);
     EXPECT_THAT(takeText(h), HasSubstr("\nindex 0 is out of range!\n"));
+}
+
+TEST_F(Flat, EveryNamedTextHandsOutExactlyItsBytes) {
+    struct Text {
+        const char* name;
+        std::function<int(void*)> length;
+        std::function<void(void*, char*)> get;
+        const char* expected;
+    };
+    const Text texts[] = {
+        {"network engine", [](void* h) { return kelGetNetworkEngineLength(h, "net"); },
+         [](void* h, char* b) { kelGetNetworkEngine(h, "net", b); }, "OpenVINO"},
+        {"network device", [](void* h) { return kelGetNetworkDeviceLength(h, "net"); },
+         [](void* h, char* b) { kelGetNetworkDevice(h, "net", b); }, "CPU"},
+        {"current engine", kelGetCurrentEngineLength, kelGetCurrentEngine, "OpenVINO"},
+        {"current identifier", kelGetCurrentIdentifierLength, kelGetCurrentIdentifier, "net"},
+        {"current device", kelGetCurrentNetworkDeviceLength, kelGetCurrentNetworkDevice, "CPU"},
+    };
+    for (const auto& text : texts) {
+        SCOPED_TRACE(text.name);
+        const int n = text.length(h);
+        ASSERT_EQ(n, static_cast<int>(std::strlen(text.expected)));
+        std::string buf(static_cast<std::size_t>(n) + 2, '#');
+        text.get(h, buf.data());
+        EXPECT_EQ(buf, std::string(text.expected) + "##");
+        text.get(h, nullptr);
+        EXPECT_THAT(takeText(h), HasSubstr("pointer is empty!"));
+    }
+}
+
+TEST_F(Flat, WindowsMLNetworksFromBuffersRunThroughTheFlatInterface) {
+    const std::string onnx = t::readFile(t::onnxModel("static_two_io.onnx"));
+    t::capturedStderr([&] { kelCreateNetByBuffers(h, "WindowsML", "onnx", "AUTO", onnx.data(), onnx.size(), nullptr, 0); });
+    ASSERT_EQ(takeText(h), "");
+    auto a = t::readArray<float>(t::onnxModel("static_two_io.a.in.bin"));
+    auto b = t::readArray<float>(t::onnxModel("static_two_io.b.in.bin"));
+    const std::uint64_t dims[3] = {1, 2, 3};
+    kelSetLayerData(h, "a", a.data(), dims, 3);
+    kelSetLayerData(h, "b", b.data(), dims, 3);
+    kelInfer(h);
+    t::expectNear(static_cast<const float*>(kelGetLayerData(h, "product")),
+                  t::readArray<float>(t::onnxModel("static_two_io.product.out.bin")));
+    std::uint64_t size = 0;
+    kelGetLayerPrecision(h, "sum", &size, nullptr, nullptr);
+    EXPECT_EQ(size, 4u);
+    EXPECT_EQ(takeText(h), "");
+    // Switching back routes layer calls to the OpenVINO network again.
+    kelSwitchNetwork(h, "net");
+    EXPECT_EQ(kelGetInputLayerNumber(h), 1);
+    EXPECT_EQ(takeText(h), "");
 }
 
 TEST_F(Flat, CreationChecksPointersInTheirOwnOrder) {
