@@ -520,8 +520,10 @@ InputPlan planInput(Kel& kel, const Options& o, const std::string& name, std::mt
         }
     }
     // Types without a byte size still get a buffer, so kel itself can say what it makes of them.
+    // A static layer may keep its declared dims whatever --shape says: room for both.
     const std::uint64_t element = std::max<std::uint64_t>(in.precision.size, 1);
-    in.bytes.assign(elementCount(in.dims) * element, 0);
+    const std::uint64_t count = std::max(elementCount(in.dims), known ? elementCount(*known) : 0);
+    in.bytes.assign(count * element, 0);
     in.source = o.fill;
     if (o.fill == "random") fillRandom(in, rng);
     return in;
@@ -684,14 +686,14 @@ int runModel(const Options& o) {
                     out.dims.empty() && !out.note.empty() ? "?" : dimsText(out.dims).c_str(),
                     !out.note.empty() ? out.note.c_str() : out.file.c_str());
     std::printf("\nAs OpenVINO's benchmark tool reports it:\n");
-    std::printf("First inference took %.2f ms\n", first_ms);
+    std::printf("First inference took %.3f ms\n", first_ms);
     std::printf("Count:            %zu iterations\n", s.count);
     std::printf("Duration:         %.2f ms\n", wall * 1e3);
     std::printf("Latency:\n");
-    std::printf("   Median:        %.2f ms\n", s.p50 * 1e3);
-    std::printf("   Average:       %.2f ms\n", s.mean * 1e3);
-    std::printf("   Min:           %.2f ms\n", s.min * 1e3);
-    std::printf("   Max:           %.2f ms\n", s.max * 1e3);
+    std::printf("   Median:        %.3f ms\n", s.p50 * 1e3);
+    std::printf("   Average:       %.3f ms\n", s.mean * 1e3);
+    std::printf("   Min:           %.3f ms\n", s.min * 1e3);
+    std::printf("   Max:           %.3f ms\n", s.max * 1e3);
     std::printf("Throughput:       %.2f FPS\n", fps);
     std::printf("\nAs ONNX Runtime's performance test reports it:\n");
     std::printf("Session creation time cost: %.6f s\n", creation_ms / 1e3);
