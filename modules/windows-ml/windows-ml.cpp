@@ -120,35 +120,38 @@ void wideErrorLine(const std::string& text, const std::filesystem::path& path) {
 #endif
 }
 
+// Copies at most `limit` values: never more than the layer's dims say its buffer holds, even
+// when the runtime hands back more.
 template <class T>
-void copyValues(const wmp::TensorValues& values, void* data) {
+void copyValues(const wmp::TensorValues& values, void* data, std::uint64_t limit) {
     const auto* v = std::get_if<std::vector<T>>(&values);
     if (!v) throw wmp::PlatformError(-1, "tensor values of an unexpected element type");
-    std::copy(v->begin(), v->end(), static_cast<T*>(data));
+    const auto count = static_cast<std::size_t>(std::min<std::uint64_t>(v->size(), limit));
+    std::copy_n(v->begin(), count, static_cast<T*>(data));
 }
 
 // Outputs are written in the element type of the kind's tensor view.
-void copyOutput(std::uint32_t kind, const wmp::TensorValues& values, void* data) {
+void copyOutput(std::uint32_t kind, const wmp::TensorValues& values, void* data, std::uint64_t limit) {
     using namespace wmp::tensor_kind;
     switch (kind) {
         case Float:
-        case Float16: return copyValues<float>(values, data);
-        case UInt8: return copyValues<std::uint8_t>(values, data);
-        case Int8: return copyValues<std::int8_t>(values, data);
-        case UInt16: return copyValues<std::uint16_t>(values, data);
-        case Int16: return copyValues<std::int16_t>(values, data);
-        case Int32: return copyValues<std::int32_t>(values, data);
-        case Int64: return copyValues<std::int64_t>(values, data);
-        case Boolean: return copyValues<bool>(values, data);
-        case Double: return copyValues<double>(values, data);
-        case UInt32: return copyValues<std::uint32_t>(values, data);
-        case UInt64: return copyValues<std::uint64_t>(values, data);
+        case Float16: return copyValues<float>(values, data, limit);
+        case UInt8: return copyValues<std::uint8_t>(values, data, limit);
+        case Int8: return copyValues<std::int8_t>(values, data, limit);
+        case UInt16: return copyValues<std::uint16_t>(values, data, limit);
+        case Int16: return copyValues<std::int16_t>(values, data, limit);
+        case Int32: return copyValues<std::int32_t>(values, data, limit);
+        case Int64: return copyValues<std::int64_t>(values, data, limit);
+        case Boolean: return copyValues<bool>(values, data, limit);
+        case Double: return copyValues<double>(values, data, limit);
+        case UInt32: return copyValues<std::uint32_t>(values, data, limit);
+        case UInt64: return copyValues<std::uint64_t>(values, data, limit);
         default: break;
     }
 }
 
 void buildLayerTable(windows_ml& self, const std::vector<wmp::FeatureDescription>& features,
-                     std::unordered_map<std::string, onnxLayerInfo>& table) {
+                     std::unordered_map<std::string, onnxLayerInfo>& table, bool outputs) {
     for (const auto& feature : features) {
         if (feature.kind != wmp::Tensor)
             raise("{}layer type not Tensor. Current layer type is {}", feature.name,
@@ -169,8 +172,12 @@ void buildLayerTable(windows_ml& self, const std::vector<wmp::FeatureDescription
         auto& entry = table[feature.name] = std::move(info);
         if (!entry.is_static) continue;  // the host supplies these before infer
 
-        // Static layers get a zeroed buffer now, so fully static models infer at once.
-        const std::size_t bytes = elementCount(entry.dims) * TensorPrecisionTable(entry.kind).size;
+        // Static layers get a zeroed buffer now, so fully static models infer at once. A
+        // half-precision output is handed out as 32-bit floats: its buffer has room for them.
+        const std::uint64_t element = outputs && entry.kind == wmp::tensor_kind::Float16
+                                          ? sizeof(float)
+                                          : TensorPrecisionTable(entry.kind).size;
+        const std::size_t bytes = elementCount(entry.dims) * element;
         void* buffer = std::calloc(std::max<std::size_t>(bytes, 1), 1);
         if (!buffer) throw std::bad_alloc();
         entry.owned_buffer = std::shared_ptr<void>(buffer, std::free);
@@ -295,8 +302,8 @@ void windows_ml::createNetwork(const std::string& network_id, const std::string&
 
     state.current_network = network_id;
 
-    buildLayerTable(*this, platform.inputFeatures(*record.model), record.inputs);
-    buildLayerTable(*this, platform.outputFeatures(*record.model), record.outputs);
+    buildLayerTable(*this, platform.inputFeatures(*record.model), record.inputs, false);
+    buildLayerTable(*this, platform.outputFeatures(*record.model), record.outputs, true);
 }
 
 void windows_ml::switchNetwork(const std::string& network_id) {
@@ -439,7 +446,7 @@ void windows_ml::infer() {
         if (!entry.data) continue;  // dynamic outputs the host did not set up
         if (!isHandledKind(entry.kind)) raise("tensor type is not supported.");
         auto value = platform.lookupOutput(*record.evaluation_result, name);
-        copyOutput(entry.kind, platform.readValues(*value, entry.kind), entry.data);
+        copyOutput(entry.kind, platform.readValues(*value, entry.kind), entry.data, elementCount(entry.dims));
     }
 }
 

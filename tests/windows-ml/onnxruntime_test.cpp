@@ -108,6 +108,13 @@ TEST(WindowsMlOnnxRuntime, HalfPrecisionComesOutAsFloats) {
     engine.setLayerData("doubled", std::any(static_cast<void*>(out.data())), {1, 4}, false);
     engine.infer();
     EXPECT_EQ(out, data<float>("half.doubled.out.bin"));
+
+    // The output's own buffer, made at creation, has room for the floats too.
+    create(engine, "own", "half");
+    engine.setLayerData("h", std::any(static_cast<void*>(h.data())), {1, 4}, false);
+    engine.infer();
+    const auto* own = static_cast<const float*>(engine.getLayerData("doubled"));
+    EXPECT_EQ(std::vector<float>(own, own + 4), data<float>("half.doubled.out.bin"));
 }
 
 TEST(WindowsMlOnnxRuntime, BadModelIsTheRuntimesErrorAndLeavesTheEngineUsable) {
