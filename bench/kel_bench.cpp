@@ -95,7 +95,8 @@ struct Runner {
 struct KelSide {
     const Case& c;
     std::string engine, id;
-    int flip = 0;
+    int flip = 0, serial = 0;
+    std::string live;
 
     void bind(bool swapped) {
         for (size_t i = 0; i < c.inputs.size(); ++i) {
@@ -124,8 +125,13 @@ struct KelSide {
     void create() {
         const bool vino = engine == "OpenVINO";
         const std::string& file = vino && !c.ir.empty() ? c.ir : c.onnx;
-        kelCreateNetByFiles(g_kel, engine.c_str(), id.c_str(), "CPU", file.c_str(), nullptr);
+        // Identifiers are never reused; the previous network goes once the new one is current.
+        const std::string name = id + "-" + std::to_string(++serial);
+        kelCreateNetByFiles(g_kel, engine.c_str(), name.c_str(), "CPU", file.c_str(), nullptr);
         check("kelCreateNetByFiles");
+        if (!live.empty()) kelRemoveNetwork(g_kel, live.c_str());
+        check("kelRemoveNetwork");
+        live = name;
         for (auto& l : c.inputs)
             if (l.shape.empty()) {
                 void* p = kelGetLayerData(g_kel, l.name.c_str());
@@ -150,7 +156,9 @@ struct KelSide {
 // ---- OpenVINO directly -----------------------------------------------------------------
 struct VinoSide {
     const Case& c;
-    ov::Core& core;
+    ov::Core& shared_core;
+    bool fresh_core = false;  // as kel does: every network gets its own ov::Core
+    std::unique_ptr<ov::Core> own_core;
     ov::CompiledModel compiled;
     ov::InferRequest request;
     std::vector<ov::Tensor> in_a, in_b, out_tensors;
@@ -166,6 +174,8 @@ struct VinoSide {
             request.set_tensor(c.outputs[o].name, swapped ? in_a[in] : in_b[in]);
     }
     void create() {
+        if (fresh_core) own_core = std::make_unique<ov::Core>();
+        ov::Core& core = fresh_core ? *own_core : shared_core;
         auto model = core.read_model(c.ir.empty() ? c.onnx : c.ir);
         compiled = core.compile_model(model, "CPU");
         request = compiled.create_infer_request();
@@ -272,7 +282,7 @@ struct Row {
     double max_diff = 0;
 };
 
-Row compare(Case& c, const std::string& engine, Runner kel, Runner raw) {
+Row compare(Case& c, const std::string& engine, Runner kel, Runner raw, bool latency = true) {
     Row row{c.name, engine, {}, {}, 0};
     // Creation and first inference, alternating which side goes first.
     for (int r = 0; r < c.creations; ++r) {
@@ -302,6 +312,7 @@ Row compare(Case& c, const std::string& engine, Runner kel, Runner raw) {
         row.max_diff = std::max<double>(row.max_diff, std::abs(a[i] - b[i]));
     if (a.size() != b.size()) row.max_diff = 1e30;
 
+    if (!latency) return row;
     for (int i = 0; i < c.warmup; ++i) kel.infer(), raw.infer();
     for (int blk = 0; blk < c.blocks; ++blk) {
         for (int side = 0; side < 2; ++side) {
@@ -407,11 +418,22 @@ int main(int argc, char** argv) {
     for (auto& c : cases) {
         {
             KelSide k{c, "OpenVINO", c.name + "-openvino"};
-            VinoSide v{c, core, {}, {}, {}, {}, {}};
+            VinoSide v{c, core};
             rows.push_back(compare(c, "OpenVINO", {[&] { k.create(); }, [&] { k.infer(); },
                                                    [&] { return k.firstOutput(); }},
                                    {[&] { v.create(); }, [&] { v.infer(); },
                                     [&] { return v.firstOutput(); }}));
+        }
+        {
+            // Creation only, against a raw side that also starts each network on a new Core.
+            KelSide k{c, "OpenVINO", c.name + "-openvino-fresh"};
+            VinoSide v{c, core, true};
+            rows.push_back(compare(c, "OpenVINO, raw on a new ov::Core per network",
+                                   {[&] { k.create(); }, [&] { k.infer(); },
+                                    [&] { return k.firstOutput(); }},
+                                   {[&] { v.create(); }, [&] { v.infer(); },
+                                    [&] { return v.firstOutput(); }},
+                                   false));
         }
         {
             KelSide k{c, "WindowsML", c.name + "-windowsml"};
@@ -435,6 +457,13 @@ int main(int argc, char** argv) {
     for (auto& r : rows) {
         const Stats& k = r.kel;
         const Stats& w = r.raw;
+        if (k.latency_us.empty()) {
+            std::printf("| %s | %s | %s | %s | | | | | %.1e |\n", r.model.c_str(), r.engine.c_str(),
+                        cell(k.pick(k.creation_ms, .5), w.pick(w.creation_ms, .5), "%.1f").c_str(),
+                        cell(k.pick(k.first_us, .5), w.pick(w.first_us, .5), "%.0f").c_str(),
+                        r.max_diff);
+            continue;
+        }
         std::printf("| %s | %s | %s | %s | %s | %s | %s | %s | %.1e |\n", r.model.c_str(),
                     r.engine.c_str(),
                     cell(k.pick(k.creation_ms, .5), w.pick(w.creation_ms, .5), "%.1f").c_str(),
