@@ -172,6 +172,12 @@ struct VinoSide {
         }
         for (auto [o, in] : c.state)
             request.set_tensor(c.outputs[o].name, swapped ? in_a[in] : in_b[in]);
+        // As on kel's side: with state, every output is bound to host memory.
+        for (size_t o = 0; o < c.outputs.size() && !c.state.empty(); ++o) {
+            bool is_state = false;
+            for (auto [so, si] : c.state) is_state |= (so == static_cast<int>(o));
+            if (!is_state) request.set_tensor(c.outputs[o].name, out_tensors[o]);
+        }
     }
     void create() {
         if (fresh_core) own_core = std::make_unique<ov::Core>();
@@ -186,6 +192,11 @@ struct VinoSide {
             ov::Shape shape(l.shape.begin(), l.shape.end());
             in_a.emplace_back(l.type, shape, m.a.data());
             in_b.emplace_back(l.type, shape, m.b.data());
+        }
+        out_tensors.clear();
+        for (auto& l : c.outputs) {
+            auto& m = const_cast<Layer&>(l);
+            out_tensors.emplace_back(l.type, ov::Shape(l.shape.begin(), l.shape.end()), m.a.data());
         }
         flip = 0;
         bind(false);
