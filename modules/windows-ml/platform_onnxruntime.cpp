@@ -110,6 +110,7 @@ struct OrtBuffer : Buffer {
 struct OrtModel : Model {
     std::shared_ptr<Ort::Session> session;
     std::vector<std::string> input_names, output_names;
+    std::vector<std::string> scalar_inputs;  // declared with rank 0
 };
 struct OrtDevice : Device {
     DeviceKind kind;
@@ -167,9 +168,14 @@ public:
             model->session = std::make_shared<Ort::Session>(environment(), bytes.data(),
                                                             bytes.size(), options);
             Ort::AllocatorWithDefaultOptions allocator;
-            for (std::size_t i = 0; i < model->session->GetInputCount(); ++i)
+            for (std::size_t i = 0; i < model->session->GetInputCount(); ++i) {
                 model->input_names.push_back(
                     model->session->GetInputNameAllocated(i, allocator).get());
+                auto info = model->session->GetInputTypeInfo(i);
+                if (info.GetONNXType() == ONNX_TYPE_TENSOR &&
+                    info.GetTensorTypeAndShapeInfo().GetDimensionsCount() == 0)
+                    model->scalar_inputs.push_back(model->input_names.back());
+            }
             for (std::size_t i = 0; i < model->session->GetOutputCount(); ++i)
                 model->output_names.push_back(
                     model->session->GetOutputNameAllocated(i, allocator).get());
@@ -256,6 +262,12 @@ public:
                 auto& v = handle_as<OrtValue>(*value);
                 auto info = v.value.GetTensorTypeAndShapeInfo();
                 auto shape = info.GetShape();
+                // The layer table shows a scalar as one element of one dimension; the
+                // runtime checks ranks, so it gets the scalar back.
+                const auto& scalars = s.model->scalar_inputs;
+                if (shape.size() == 1 && shape[0] == 1 &&
+                    std::find(scalars.begin(), scalars.end(), name) != scalars.end())
+                    shape.clear();
                 input_names.push_back(name.c_str());
                 inputs.push_back(Ort::Value::CreateTensor(memory, v.buffer->bytes.data(),
                                                           v.buffer->bytes.size(), shape.data(),

@@ -1,0 +1,501 @@
+// kel against the runtimes it wraps, in one process: the same model, inputs and settings
+// through kel's C interface and through OpenVINO / ONNX Runtime called directly. Runs of the
+// two sides alternate in blocks, so whatever else the machine does hits both alike.
+//
+// Usage: kel-bench MODELS_DIR SILERO_VAD_ONNX [--quick]
+//   MODELS_DIR holds digits.{xml,onnx} and convnet.{xml,onnx}.
+#include <kel/c/kel.h>
+#include <onnxruntime_cxx_api.h>
+
+#include <algorithm>
+#include <chrono>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <fstream>
+#include <functional>
+#include <memory>
+#include <openvino/openvino.hpp>
+#include <random>
+#include <string>
+#include <thread>
+#include <vector>
+
+namespace {
+
+using Clock = std::chrono::steady_clock;
+
+double microsSince(Clock::time_point start) {
+    return std::chrono::duration<double, std::micro>(Clock::now() - start).count();
+}
+
+void* g_kel = nullptr;
+
+// Any failure of kel ends the run with kel's own text.
+void check(const char* what) {
+    if (!kelHasException(g_kel)) return;
+    uint64_t length = 0;
+    kelGetExceptionStringLength(g_kel, &length);
+    std::string text(length, '\0');
+    kelGetExceptionString(g_kel, text.data());
+    std::fprintf(stderr, "kel failed in %s: %s\n", what, text.c_str());
+    std::exit(2);
+}
+
+struct Layer {
+    std::string name;
+    std::vector<int64_t> shape;
+    ov::element::Type type;
+    std::vector<uint8_t> a, b;  // b is the second buffer of a fed-back state
+};
+
+// A model as the benchmark sees it: inputs with their data, outputs with host buffers, and
+// optionally state pairs (output i feeds input j at the next run).
+struct Case {
+    std::string name;
+    std::string ir, onnx;  // ir empty: OpenVINO reads the ONNX file
+    std::vector<Layer> inputs, outputs;
+    std::vector<std::pair<int, int>> state;  // (output index, input index)
+    int warmup, blocks, per_block, creations;
+};
+
+size_t bytesOf(const Layer& l) {
+    size_t n = l.type.size();
+    for (auto d : l.shape) n *= static_cast<size_t>(d);
+    return n;
+}
+
+void fillRandom(Layer& l, std::mt19937& rng) {
+    l.a.assign(bytesOf(l), 0);
+    l.b.assign(bytesOf(l), 0);
+    if (l.type == ov::element::f32) {
+        std::uniform_real_distribution<float> u(-1.f, 1.f);
+        auto* p = reinterpret_cast<float*>(l.a.data());
+        for (size_t i = 0; i < l.a.size() / 4; ++i) p[i] = u(rng);
+    }
+}
+
+struct Stats {
+    std::vector<double> creation_ms, first_us, latency_us;
+    double pick(std::vector<double> v, double q) const {
+        if (v.empty()) return 0;
+        std::sort(v.begin(), v.end());
+        return v[static_cast<size_t>(q * static_cast<double>(v.size() - 1) + 0.5)];
+    }
+};
+
+// One side of a comparison: create, run once, run repeatedly.
+struct Runner {
+    std::function<void()> create;
+    std::function<void()> infer;
+    std::function<std::vector<float>()> firstOutput;
+};
+
+// ---- kel through its C interface -------------------------------------------------------
+struct KelSide {
+    const Case& c;
+    std::string engine, id;
+    int flip = 0, serial = 0;
+    std::string live;
+
+    void bind(bool swapped) {
+        for (size_t i = 0; i < c.inputs.size(); ++i) {
+            auto& l = const_cast<Layer&>(c.inputs[i]);
+            if (l.shape.empty()) continue;  // scalars are written into kel's own memory
+            bool is_state = false;
+            for (auto [o, in] : c.state) is_state |= (in == static_cast<int>(i));
+            void* data = (is_state && swapped) ? l.b.data() : l.a.data();
+            std::vector<uint64_t> dims(l.shape.begin(), l.shape.end());
+            kelSetLayerData(g_kel, l.name.c_str(), data, dims.data(), dims.size());
+        }
+        for (size_t o = 0; o < c.outputs.size(); ++o) {
+            auto& l = const_cast<Layer&>(c.outputs[o]);
+            int in = -1;
+            for (auto [so, si] : c.state)
+                if (so == static_cast<int>(o)) in = si;
+            if (in < 0 && c.state.empty()) continue;  // static outputs stay in kel's memory
+            auto& target = in >= 0 ? const_cast<Layer&>(c.inputs[in]) : l;
+            void* data = in >= 0 ? (swapped ? target.a.data() : target.b.data()) : l.a.data();
+            std::vector<uint64_t> dims(l.shape.begin(), l.shape.end());
+            kelSetLayerData(g_kel, l.name.c_str(), data, dims.data(), dims.size());
+        }
+        check("kelSetLayerData");
+    }
+
+    void create() {
+        const bool vino = engine == "OpenVINO";
+        const std::string& file = vino && !c.ir.empty() ? c.ir : c.onnx;
+        // Identifiers are never reused; the previous network goes once the new one is current.
+        const std::string name = id + "-" + std::to_string(++serial);
+        kelCreateNetByFiles(g_kel, engine.c_str(), name.c_str(), "CPU", file.c_str(), nullptr);
+        check("kelCreateNetByFiles");
+        if (!live.empty()) kelRemoveNetwork(g_kel, live.c_str());
+        check("kelRemoveNetwork");
+        live = name;
+        for (auto& l : c.inputs)
+            if (l.shape.empty()) {
+                void* p = kelGetLayerData(g_kel, l.name.c_str());
+                check("kelGetLayerData");
+                std::memcpy(p, l.a.data(), l.a.size());
+            }
+        flip = 0;
+        bind(false);
+    }
+    void infer() {
+        kelInfer(g_kel);
+        if (!c.state.empty()) bind(flip ^= 1);
+    }
+    std::vector<float> firstOutput() {
+        void* p = kelGetLayerData(g_kel, c.outputs[0].name.c_str());
+        check("kelGetLayerData");
+        const auto* f = static_cast<const float*>(p);
+        return {f, f + bytesOf(c.outputs[0]) / 4};
+    }
+};
+
+// ---- OpenVINO directly -----------------------------------------------------------------
+struct VinoSide {
+    const Case& c;
+    ov::Core& shared_core;
+    bool fresh_core = false;  // as kel does: every network gets its own ov::Core
+    std::unique_ptr<ov::Core> own_core;
+    ov::CompiledModel compiled;
+    ov::InferRequest request;
+    std::vector<ov::Tensor> in_a, in_b, out_tensors;
+    int flip = 0;
+
+    void bind(bool swapped) {
+        for (size_t i = 0; i < c.inputs.size(); ++i) {
+            bool is_state = false;
+            for (auto [o, in] : c.state) is_state |= (in == static_cast<int>(i));
+            request.set_tensor(c.inputs[i].name, is_state && swapped ? in_b[i] : in_a[i]);
+        }
+        for (auto [o, in] : c.state)
+            request.set_tensor(c.outputs[o].name, swapped ? in_a[in] : in_b[in]);
+        // As on kel's side: with state, every output is bound to host memory.
+        for (size_t o = 0; o < c.outputs.size() && !c.state.empty(); ++o) {
+            bool is_state = false;
+            for (auto [so, si] : c.state) is_state |= (so == static_cast<int>(o));
+            if (!is_state) request.set_tensor(c.outputs[o].name, out_tensors[o]);
+        }
+    }
+    void create() {
+        if (fresh_core) own_core = std::make_unique<ov::Core>();
+        ov::Core& core = fresh_core ? *own_core : shared_core;
+        auto model = core.read_model(c.ir.empty() ? c.onnx : c.ir);
+        compiled = core.compile_model(model, "CPU");
+        request = compiled.create_infer_request();
+        in_a.clear();
+        in_b.clear();
+        for (auto& l : c.inputs) {
+            auto& m = const_cast<Layer&>(l);
+            ov::Shape shape(l.shape.begin(), l.shape.end());
+            in_a.emplace_back(l.type, shape, m.a.data());
+            in_b.emplace_back(l.type, shape, m.b.data());
+        }
+        out_tensors.clear();
+        for (auto& l : c.outputs) {
+            auto& m = const_cast<Layer&>(l);
+            out_tensors.emplace_back(l.type, ov::Shape(l.shape.begin(), l.shape.end()), m.a.data());
+        }
+        flip = 0;
+        bind(false);
+    }
+    void infer() {
+        request.infer();
+        if (!c.state.empty()) bind(flip ^= 1);
+    }
+    std::vector<float> firstOutput() {
+        auto t = request.get_tensor(c.outputs[0].name);
+        const float* f = t.data<const float>();
+        return {f, f + t.get_size()};
+    }
+};
+
+// ---- ONNX Runtime directly -------------------------------------------------------------
+ONNXTensorElementDataType ortType(ov::element::Type t) {
+    if (t == ov::element::f32) return ONNX_TENSOR_ELEMENT_DATA_TYPE_FLOAT;
+    if (t == ov::element::i64) return ONNX_TENSOR_ELEMENT_DATA_TYPE_INT64;
+    std::fprintf(stderr, "element type %s has no place in this benchmark\n", t.to_string().c_str());
+    std::exit(2);
+}
+
+struct OrtSide {
+    const Case& c;
+    Ort::Env& env;
+    std::unique_ptr<Ort::Session> session;
+    std::vector<const char*> in_names, out_names;
+    std::vector<Ort::Value> ins[2], outs[2];
+    std::vector<std::vector<uint8_t>> out_memory;
+    int flip = 0;
+
+    Ort::Value view(const Layer& l, std::vector<uint8_t>& bytes) {
+        auto memory = Ort::MemoryInfo::CreateCpu(OrtArenaAllocator, OrtMemTypeDefault);
+        return Ort::Value::CreateTensor(memory, bytes.data(), bytes.size(), l.shape.data(),
+                                        l.shape.size(), ortType(l.type));
+    }
+    void create() {
+        Ort::SessionOptions options;  // kel's back-end sets none either
+        session = std::make_unique<Ort::Session>(env, c.onnx.c_str(), options);
+        in_names.clear();
+        out_names.clear();
+        out_memory.clear();
+        for (int s = 0; s < 2; ++s) ins[s].clear(), outs[s].clear();
+        for (auto& l : c.inputs) in_names.push_back(l.name.c_str());
+        for (auto& l : c.outputs) out_names.push_back(l.name.c_str());
+        out_memory.reserve(c.outputs.size());
+        for (auto& l : c.outputs) out_memory.emplace_back(bytesOf(l));
+        // Two sets of pre-made values; with state, the second has the state buffers swapped.
+        for (int s = 0; s < 2; ++s) {
+            for (size_t i = 0; i < c.inputs.size(); ++i) {
+                auto& l = const_cast<Layer&>(c.inputs[i]);
+                bool is_state = false;
+                for (auto [o, in] : c.state) is_state |= (in == static_cast<int>(i));
+                ins[s].push_back(view(l, is_state && s ? l.b : l.a));
+            }
+            for (size_t o = 0; o < c.outputs.size(); ++o) {
+                int in = -1;
+                for (auto [so, si] : c.state)
+                    if (so == static_cast<int>(o)) in = si;
+                auto& l = c.outputs[o];
+                if (in >= 0) {
+                    auto& t = const_cast<Layer&>(c.inputs[in]);
+                    outs[s].push_back(view(l, s ? t.a : t.b));
+                } else {
+                    outs[s].push_back(view(l, out_memory[o]));
+                }
+            }
+        }
+        flip = 0;
+    }
+    void infer() {
+        session->Run(Ort::RunOptions{nullptr}, in_names.data(), ins[flip].data(), in_names.size(),
+                     out_names.data(), outs[flip].data(), out_names.size());
+        if (!c.state.empty()) flip ^= 1;
+    }
+    std::vector<float> firstOutput() {
+        const float* f = outs[flip ^ (c.state.empty() ? 0 : 1)][0].GetTensorData<float>();
+        return {f, f + bytesOf(c.outputs[0]) / 4};
+    }
+};
+
+// Fresh inputs for both sides: state starts at zero for each creation.
+void resetState(Case& c) {
+    for (auto [o, i] : c.state) {
+        std::fill(c.inputs[i].a.begin(), c.inputs[i].a.end(), 0);
+        std::fill(c.inputs[i].b.begin(), c.inputs[i].b.end(), 0);
+    }
+}
+
+struct Row {
+    std::string model, engine;
+    Stats kel, raw;
+    double max_diff = 0;
+};
+
+Row compare(Case& c, const std::string& engine, Runner kel, Runner raw, bool latency = true) {
+    Row row{c.name, engine, {}, {}, 0};
+    // Creation and first inference, alternating which side goes first.
+    for (int r = 0; r < c.creations; ++r) {
+        for (int side = 0; side < 2; ++side) {
+            const bool k = (side == 0) == (r % 2 == 0);
+            Runner& run = k ? kel : raw;
+            Stats& s = k ? row.kel : row.raw;
+            resetState(c);
+            auto t0 = Clock::now();
+            run.create();
+            s.creation_ms.push_back(microsSince(t0) / 1000.0);
+            t0 = Clock::now();
+            run.infer();
+            s.first_us.push_back(microsSince(t0));
+        }
+    }
+    // Both sides hold a live network now; the first output of each is compared.
+    resetState(c);
+    kel.create();
+    kel.infer();
+    auto a = kel.firstOutput();
+    resetState(c);
+    raw.create();
+    raw.infer();
+    auto b = raw.firstOutput();
+    for (size_t i = 0; i < std::min(a.size(), b.size()); ++i)
+        row.max_diff = std::max<double>(row.max_diff, std::abs(a[i] - b[i]));
+    if (a.size() != b.size()) row.max_diff = 1e30;
+
+    if (!latency) return row;
+    for (int i = 0; i < c.warmup; ++i) kel.infer(), raw.infer();
+    for (int blk = 0; blk < c.blocks; ++blk) {
+        for (int side = 0; side < 2; ++side) {
+            const bool k = (side == 0) == (blk % 2 == 0);
+            Runner& run = k ? kel : raw;
+            Stats& s = k ? row.kel : row.raw;
+            for (int i = 0; i < c.per_block; ++i) {
+                auto t0 = Clock::now();
+                run.infer();
+                s.latency_us.push_back(microsSince(t0));
+            }
+        }
+    }
+    return row;
+}
+
+std::string cell(double k, double r, const char* fmt) {
+    char a[32], b[32], buf[96];
+    std::snprintf(a, sizeof a, fmt, k);
+    std::snprintf(b, sizeof b, fmt, r);
+    std::snprintf(buf, sizeof buf, "%s / %s (%.3f)", a, b, r > 0 ? k / r : 0.0);
+    return buf;
+}
+
+std::string machine() {
+    std::ifstream cpuinfo("/proc/cpuinfo");
+    std::string line, model = "unknown processor";
+    while (std::getline(cpuinfo, line))
+        if (line.rfind("model name", 0) == 0) {
+            model = line.substr(line.find(':') + 2);
+            break;
+        }
+    return model + ", " + std::to_string(std::thread::hardware_concurrency()) + " hardware threads";
+}
+
+// What the WindowsML path copies per inference costs at least one memcpy of those bytes.
+double memcpyMicros(size_t bytes) {
+    if (bytes == 0) return 0;
+    std::vector<uint8_t> from(bytes, 1), to(bytes);
+    std::vector<double> t;
+    for (int i = 0; i < 2001; ++i) {
+        auto t0 = Clock::now();
+        std::memcpy(to.data(), from.data(), bytes);
+        asm volatile("" : : "r"(to.data()) : "memory");
+        t.push_back(microsSince(t0));
+    }
+    std::sort(t.begin(), t.end());
+    return t[t.size() / 2];
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+    if (argc < 3) {
+        std::fprintf(stderr, "usage: %s MODELS_DIR SILERO_VAD_ONNX [--quick]\n", argv[0]);
+        return 1;
+    }
+    const std::string dir = argv[1];
+    const bool quick = argc > 3 && std::string(argv[3]) == "--quick";
+    auto scale = [&](int n) { return quick ? std::max(1, n / 50) : n; };
+
+    std::mt19937 rng(8);
+    std::vector<Case> cases;
+    {
+        Case c{"digits", dir + "/digits.xml", dir + "/digits.onnx", {}, {}, {}, 200, 20, 1000, 7};
+        c.inputs.push_back({"pixels", {1, 64}, ov::element::f32, {}, {}});
+        c.outputs.push_back({"scores", {1, 10}, ov::element::f32, {}, {}});
+        cases.push_back(c);
+    }
+    {
+        Case c{"silero_vad", "", argv[2], {}, {}, {}, 100, 20, 200, 5};
+        c.inputs.push_back({"input", {1, 1536}, ov::element::f32, {}, {}});
+        c.inputs.push_back({"sr", {}, ov::element::i64, {}, {}});
+        c.inputs.push_back({"h", {2, 1, 64}, ov::element::f32, {}, {}});
+        c.inputs.push_back({"c", {2, 1, 64}, ov::element::f32, {}, {}});
+        c.outputs.push_back({"output", {1, 1}, ov::element::f32, {}, {}});
+        c.outputs.push_back({"hn", {2, 1, 64}, ov::element::f32, {}, {}});
+        c.outputs.push_back({"cn", {2, 1, 64}, ov::element::f32, {}, {}});
+        c.state = {{1, 2}, {2, 3}};
+        cases.push_back(c);
+    }
+    {
+        Case c{"convnet", dir + "/convnet.xml", dir + "/convnet.onnx", {}, {}, {}, 10, 10, 20, 5};
+        c.inputs.push_back({"image", {1, 3, 128, 128}, ov::element::f32, {}, {}});
+        c.outputs.push_back({"scores", {1, 10}, ov::element::f32, {}, {}});
+        cases.push_back(c);
+    }
+    for (auto& c : cases) {
+        for (auto& l : c.inputs) fillRandom(l, rng);
+        for (auto& l : c.outputs) fillRandom(l, rng);
+        for (auto& l : c.inputs)
+            if (l.name == "sr") *reinterpret_cast<int64_t*>(l.a.data()) = 16000;
+        if (quick) c.warmup = 2, c.blocks = 2, c.per_block = scale(c.per_block), c.creations = 1;
+    }
+
+    g_kel = kelCreate();
+    check("kelCreate");
+    ov::Core core;
+    Ort::Env env(ORT_LOGGING_LEVEL_FATAL, "bench");
+
+    std::vector<Row> rows;
+    std::vector<std::pair<std::string, size_t>> copied;
+    for (auto& c : cases) {
+        {
+            KelSide k{c, "OpenVINO", c.name + "-openvino"};
+            VinoSide v{c, core};
+            rows.push_back(compare(c, "OpenVINO", {[&] { k.create(); }, [&] { k.infer(); },
+                                                   [&] { return k.firstOutput(); }},
+                                   {[&] { v.create(); }, [&] { v.infer(); },
+                                    [&] { return v.firstOutput(); }}));
+        }
+        {
+            // Creation only, against a raw side that also starts each network on a new Core.
+            KelSide k{c, "OpenVINO", c.name + "-openvino-fresh"};
+            VinoSide v{c, core, true};
+            rows.push_back(compare(c, "OpenVINO, raw on a new ov::Core per network",
+                                   {[&] { k.create(); }, [&] { k.infer(); },
+                                    [&] { return k.firstOutput(); }},
+                                   {[&] { v.create(); }, [&] { v.infer(); },
+                                    [&] { return v.firstOutput(); }},
+                                   false));
+        }
+        {
+            KelSide k{c, "WindowsML", c.name + "-windowsml"};
+            OrtSide o{c, env, {}, {}, {}, {}, {}, {}};
+            rows.push_back(compare(c, "WindowsML", {[&] { k.create(); }, [&] { k.infer(); },
+                                                    [&] { return k.firstOutput(); }},
+                                   {[&] { o.create(); }, [&] { o.infer(); },
+                                    [&] { return o.firstOutput(); }}));
+        }
+        size_t bytes = 0;
+        for (auto& l : c.inputs) bytes += bytesOf(l);
+        for (auto& l : c.outputs) bytes += bytesOf(l);
+        copied.emplace_back(c.name, bytes);
+    }
+
+    std::printf("Machine: %s\n\n", machine().c_str());
+    std::printf("Each cell: kel / raw (ratio kel/raw). Creation: median of %s; latency over %s.\n\n",
+                quick ? "1" : "5-7 creations", quick ? "a short run" : "alternating blocks");
+    std::printf("| model | engine | creation ms | first inference µs | min µs | p50 µs | p90 µs "
+                "| p99 µs | max abs diff |\n|---|---|---|---|---|---|---|---|---|\n");
+    for (auto& r : rows) {
+        const Stats& k = r.kel;
+        const Stats& w = r.raw;
+        if (k.latency_us.empty()) {
+            std::printf("| %s | %s | %s | %s | | | | | %.1e |\n", r.model.c_str(), r.engine.c_str(),
+                        cell(k.pick(k.creation_ms, .5), w.pick(w.creation_ms, .5), "%.1f").c_str(),
+                        cell(k.pick(k.first_us, .5), w.pick(w.first_us, .5), "%.0f").c_str(),
+                        r.max_diff);
+            continue;
+        }
+        std::printf("| %s | %s | %s | %s | %s | %s | %s | %s | %.1e |\n", r.model.c_str(),
+                    r.engine.c_str(),
+                    cell(k.pick(k.creation_ms, .5), w.pick(w.creation_ms, .5), "%.1f").c_str(),
+                    cell(k.pick(k.first_us, .5), w.pick(w.first_us, .5), "%.0f").c_str(),
+                    cell(k.pick(k.latency_us, 0), w.pick(w.latency_us, 0), "%.1f").c_str(),
+                    cell(k.pick(k.latency_us, .5), w.pick(w.latency_us, .5), "%.1f").c_str(),
+                    cell(k.pick(k.latency_us, .9), w.pick(w.latency_us, .9), "%.1f").c_str(),
+                    cell(k.pick(k.latency_us, .99), w.pick(w.latency_us, .99), "%.1f").c_str(),
+                    r.max_diff);
+    }
+    std::printf("\nmemcpy calibration (bytes the WindowsML path copies per inference, inputs in "
+                "and outputs out):\n\n| model | bytes | one memcpy of them, p50 µs |\n|---|---|---|\n");
+    for (auto& [name, bytes] : copied)
+        std::printf("| %s | %zu | %.2f |\n", name.c_str(), bytes, memcpyMicros(bytes));
+
+    kelDestory(g_kel);
+    for (auto& r : rows)
+        if (r.max_diff > 1e-3) {
+            std::fprintf(stderr, "%s on %s: kel and raw outputs differ by %g\n", r.model.c_str(),
+                         r.engine.c_str(), r.max_diff);
+            return 3;
+        }
+    return 0;
+}
