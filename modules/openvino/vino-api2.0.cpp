@@ -749,8 +749,18 @@ void openvino::innerCreateNetwork(const std::string& networkIdentifier,
     record.input_names.clear();
     record.output_names.clear();
     for (const auto& input : record.model->inputs()) record.input_names.push_back(input.get_any_name());
-    for (const auto& output : record.model->outputs())
-        record.output_names.push_back(output.get_any_name());
+    for (const auto& output : record.model->outputs()) {
+        // A graph that hands an input straight out gives that tensor both names; the
+        // output is known by the one that is not an input's.
+        std::string name = output.get_any_name();
+        if (contains(record.input_names, name))
+            for (const auto& other : output.get_names())
+                if (!contains(record.input_names, other)) {
+                    name = other;
+                    break;
+                }
+        record.output_names.push_back(name);
+    }
 
     if (engine.log_callback) {
         auto listText = [](const std::vector<std::string>& names) {
