@@ -6,11 +6,13 @@
 // Platform objects are opaque handles; each implementation derives its own and only
 // accepts handles that it made. Names are UTF-8 here; an implementation whose runtime
 // wants UTF-16 converts at its edge.
+#include <algorithm>
 #include <cstddef>
 #include <cstdint>
 #include <memory>
 #include <stdexcept>
 #include <string>
+#include <type_traits>
 #include <variant>
 #include <vector>
 
@@ -121,6 +123,19 @@ public:
                                                 const std::string& name) = 0;
     // The value viewed as the kind's tensor class, GetAsVectorView, GetMany from 0.
     virtual TensorValues readValues(Value& value, std::uint32_t kind) = 0;
+
+    // readValues written straight into `out`, at most `limit` values. A runtime that can
+    // read its tensor memory in place overrides this to spare the intermediate copy.
+    virtual void copyValues(Value& value, std::uint32_t kind, void* out, std::uint64_t limit) {
+        const TensorValues values = readValues(value, kind);
+        std::visit(
+            [&](const auto& v) {
+                using T = typename std::decay_t<decltype(v)>::value_type;
+                const auto n = static_cast<std::size_t>(std::min<std::uint64_t>(v.size(), limit));
+                std::copy_n(v.begin(), n, static_cast<T*>(out));
+            },
+            values);
+    }
 };
 
 // The runtime of the platform this library was built for.

@@ -75,6 +75,24 @@ ONNXTensorElementDataType elementTypeOf(std::uint32_t kind) {
     }
 }
 
+std::size_t elementSize(std::uint32_t kind) {
+    switch (kind) {
+        case tensor_kind::UInt8:
+        case tensor_kind::Int8:
+        case tensor_kind::Boolean: return 1;
+        case tensor_kind::UInt16:
+        case tensor_kind::Int16:
+        case tensor_kind::Float16: return 2;
+        case tensor_kind::Float:
+        case tensor_kind::Int32:
+        case tensor_kind::UInt32: return 4;
+        case tensor_kind::Int64:
+        case tensor_kind::Double:
+        case tensor_kind::UInt64: return 8;
+        default: fail("no tensor class for tensor kind " + std::to_string(kind));
+    }
+}
+
 std::int32_t featureKindOf(ONNXType type) {
     switch (type) {
         case ONNX_TYPE_TENSOR: return Tensor;
@@ -110,6 +128,7 @@ struct OrtBuffer : Buffer {
 struct OrtModel : Model {
     std::shared_ptr<Ort::Session> session;
     std::vector<std::string> input_names, output_names;
+    std::vector<const char*> output_name_pointers;  // what Run takes, made once
     std::vector<std::string> scalar_inputs;  // declared with rank 0
 };
 struct OrtDevice : Device {
@@ -123,10 +142,25 @@ struct OrtBinding : Binding {
     std::shared_ptr<OrtSession> session;
     std::map<std::string, std::shared_ptr<Value>> values;
 };
+// A created tensor is its buffer, element type and shape: evaluate makes the runtime's
+// view of it, so no Ort::Value is made twice. An evaluated one holds the runtime's value.
 struct OrtValue : Value {
-    std::shared_ptr<OrtBuffer> buffer;  // the memory a created tensor reads from
+    std::shared_ptr<OrtBuffer> buffer;
+    ONNXTensorElementDataType type = ONNX_TENSOR_ELEMENT_DATA_TYPE_UNDEFINED;
+    std::vector<std::int64_t> shape;
     Ort::Value value{nullptr};
 };
+
+const Ort::MemoryInfo& cpuMemory() {
+    static const Ort::MemoryInfo* memory =
+        new Ort::MemoryInfo(Ort::MemoryInfo::CreateCpu(OrtArenaAllocator, OrtMemTypeDefault));
+    return *memory;
+}
+
+template <class T>
+void copyTensor(const Ort::Value& value, std::size_t count, void* out) {
+    std::memcpy(out, value.GetTensorData<T>(), count * sizeof(T));
+}
 struct OrtResult : EvaluationResult {
     std::map<std::string, std::shared_ptr<OrtValue>> outputs;
 };
@@ -179,6 +213,7 @@ public:
             for (std::size_t i = 0; i < model->session->GetOutputCount(); ++i)
                 model->output_names.push_back(
                     model->session->GetOutputNameAllocated(i, allocator).get());
+            for (const auto& name : model->output_names) model->output_name_pointers.push_back(name.c_str());
             return model;
         });
     }
@@ -230,14 +265,17 @@ public:
         auto value = std::make_shared<OrtValue>();
         value->buffer = std::dynamic_pointer_cast<OrtBuffer>(buffer);
         if (!value->buffer) fail("buffer of another runtime");
-        const auto type = elementTypeOf(kind);
-        return guarded([&] {
-            auto memory = Ort::MemoryInfo::CreateCpu(OrtArenaAllocator, OrtMemTypeDefault);
-            auto& bytes = value->buffer->bytes;
-            value->value = Ort::Value::CreateTensor(memory, bytes.data(), bytes.size(), shape.data(),
-                                                    shape.size(), type);
-            return value;
-        });
+        value->type = elementTypeOf(kind);
+        value->shape = shape;
+        // Checked now, as the runtime would when making the tensor, not at evaluation.
+        std::size_t count = 1;
+        for (auto d : shape) {
+            if (d < 0) fail("a tensor dimension is negative");
+            count *= static_cast<std::size_t>(d);
+        }
+        if (count * elementSize(kind) != value->buffer->bytes.size())
+            fail("the buffer size does not match the tensor's shape");
+        return value;
     }
 
     void bind(Binding& binding, const std::string& name,
@@ -256,12 +294,11 @@ public:
         auto outputs = guarded([&] {
             std::vector<const char*> input_names;
             std::vector<Ort::Value> inputs;
-            auto memory = Ort::MemoryInfo::CreateCpu(OrtArenaAllocator, OrtMemTypeDefault);
+            input_names.reserve(b.values.size());
+            inputs.reserve(b.values.size());
             for (auto& [name, value] : b.values) {
-                // Ort::Value cannot be shared, so Run gets a second view of the bound memory.
                 auto& v = handle_as<OrtValue>(*value);
-                auto info = v.value.GetTensorTypeAndShapeInfo();
-                auto shape = info.GetShape();
+                std::vector<std::int64_t> shape = v.shape;
                 // The layer table shows a scalar as one element of one dimension; the
                 // runtime checks ranks, so it gets the scalar back.
                 const auto& scalars = s.model->scalar_inputs;
@@ -269,12 +306,11 @@ public:
                     std::find(scalars.begin(), scalars.end(), name) != scalars.end())
                     shape.clear();
                 input_names.push_back(name.c_str());
-                inputs.push_back(Ort::Value::CreateTensor(memory, v.buffer->bytes.data(),
+                inputs.push_back(Ort::Value::CreateTensor(cpuMemory(), v.buffer->bytes.data(),
                                                           v.buffer->bytes.size(), shape.data(),
-                                                          shape.size(), info.GetElementType()));
+                                                          shape.size(), v.type));
             }
-            std::vector<const char*> output_names;
-            for (const auto& name : s.model->output_names) output_names.push_back(name.c_str());
+            const auto& output_names = s.model->output_name_pointers;
             return s.model->session->Run(Ort::RunOptions{nullptr}, input_names.data(),
                                          inputs.data(), inputs.size(), output_names.data(),
                                          output_names.size());
@@ -294,6 +330,28 @@ public:
         auto it = r.outputs.find(name);
         if (it == r.outputs.end()) fail("the evaluation has no output named " + name);
         return it->second;
+    }
+
+    // Straight from the runtime's output memory into the host's.
+    void copyValues(Value& value, std::uint32_t kind, void* out, std::uint64_t limit) override {
+        const auto& v = handle_as<OrtValue>(value).value;
+        guarded([&] {
+            if (!v.IsTensor()) fail("the value is not a tensor");
+            // The element type is the model's, as in the layer table; the count comes from the
+            // tensor's byte size, which needs no type-information object per inference.
+            const std::size_t available = v.GetTensorSizeInBytes() / elementSize(kind);
+            const auto n = static_cast<std::size_t>(std::min<std::uint64_t>(available, limit));
+            switch (kind) {
+                case tensor_kind::Float16: {
+                    const auto* p = v.GetTensorData<Ort::Float16_t>();
+                    auto* f = static_cast<float*>(out);
+                    for (std::size_t i = 0; i < n; ++i) f[i] = p[i].ToFloat();
+                    return;
+                }
+                case tensor_kind::Boolean: return copyTensor<bool>(v, n, out);
+                default: std::memcpy(out, v.GetTensorRawData(), n * elementSize(kind)); return;
+            }
+        });
     }
 
     TensorValues readValues(Value& value, std::uint32_t kind) override {

@@ -120,36 +120,6 @@ void wideErrorLine(const std::string& text, const std::filesystem::path& path) {
 #endif
 }
 
-// Copies at most `limit` values: never more than the layer's dims say its buffer holds, even
-// when the runtime hands back more.
-template <class T>
-void copyValues(const wmp::TensorValues& values, void* data, std::uint64_t limit) {
-    const auto* v = std::get_if<std::vector<T>>(&values);
-    if (!v) throw wmp::PlatformError(-1, "tensor values of an unexpected element type");
-    const auto count = static_cast<std::size_t>(std::min<std::uint64_t>(v->size(), limit));
-    std::copy_n(v->begin(), count, static_cast<T*>(data));
-}
-
-// Outputs are written in the element type of the kind's tensor view.
-void copyOutput(std::uint32_t kind, const wmp::TensorValues& values, void* data, std::uint64_t limit) {
-    using namespace wmp::tensor_kind;
-    switch (kind) {
-        case Float:
-        case Float16: return copyValues<float>(values, data, limit);
-        case UInt8: return copyValues<std::uint8_t>(values, data, limit);
-        case Int8: return copyValues<std::int8_t>(values, data, limit);
-        case UInt16: return copyValues<std::uint16_t>(values, data, limit);
-        case Int16: return copyValues<std::int16_t>(values, data, limit);
-        case Int32: return copyValues<std::int32_t>(values, data, limit);
-        case Int64: return copyValues<std::int64_t>(values, data, limit);
-        case Boolean: return copyValues<bool>(values, data, limit);
-        case Double: return copyValues<double>(values, data, limit);
-        case UInt32: return copyValues<std::uint32_t>(values, data, limit);
-        case UInt64: return copyValues<std::uint64_t>(values, data, limit);
-        default: break;
-    }
-}
-
 void buildLayerTable(windows_ml& self, const std::vector<wmp::FeatureDescription>& features,
                      std::unordered_map<std::string, onnxLayerInfo>& table, bool outputs) {
     for (const auto& feature : features) {
@@ -446,7 +416,8 @@ void windows_ml::infer() {
         if (!entry.data) continue;  // dynamic outputs the host did not set up
         if (!isHandledKind(entry.kind)) raise("tensor type is not supported.");
         auto value = platform.lookupOutput(*record.evaluation_result, name);
-        copyOutput(entry.kind, platform.readValues(*value, entry.kind), entry.data, elementCount(entry.dims));
+        // Written in the element type of the kind's tensor view, never past the layer's dims.
+        platform.copyValues(*value, entry.kind, entry.data, elementCount(entry.dims));
     }
 }
 
