@@ -120,6 +120,13 @@ void wideErrorLine(const std::string& text, const std::filesystem::path& path) {
 #endif
 }
 
+// A layer of the network: an input of that name first, else an output; null if neither.
+onnxLayerInfo* findLayer(WinMLNetwork& record, const std::string& layer) {
+    if (auto it = record.inputs.find(layer); it != record.inputs.end()) return &it->second;
+    if (auto it = record.outputs.find(layer); it != record.outputs.end()) return &it->second;
+    return nullptr;
+}
+
 void buildLayerTable(windows_ml& self, const std::vector<wmp::FeatureDescription>& features,
                      std::unordered_map<std::string, onnxLayerInfo>& table, bool outputs) {
     for (const auto& feature : features) {
@@ -303,29 +310,15 @@ std::vector<std::string> windows_ml::getOutputLayerNames() {
 }
 
 std::tuple<std::string, std::uint64_t> windows_ml::getLayerPrecision(const std::string& layer) {
-    auto& record = state_->networks[state_->current_network];
-    const onnxLayerInfo* entry = nullptr;
-    if (auto it = record.inputs.find(layer); it != record.inputs.end()) {
-        entry = &it->second;
-    } else if (auto ot = record.outputs.find(layer); ot != record.outputs.end()) {
-        entry = &ot->second;
-    } else {
-        raise("{} is not found in output and input layers.", layer);
-    }
+    const onnxLayerInfo* entry = findLayer(state_->networks[state_->current_network], layer);
+    if (!entry) raise("{} is not found in output and input layers.", layer);
     const auto& precision = TensorPrecisionTable(entry->kind);
     return {precision.name, precision.size};
 }
 
 const std::vector<std::uint64_t> windows_ml::getLayerDims(const std::string& layer) {
-    auto& record = state_->networks[state_->current_network];
-    const onnxLayerInfo* entry = nullptr;
-    if (auto it = record.inputs.find(layer); it != record.inputs.end()) {
-        entry = &it->second;
-    } else if (auto ot = record.outputs.find(layer); ot != record.outputs.end()) {
-        entry = &ot->second;
-    } else {
-        raise("{} is not found in output and input layers.", layer);
-    }
+    const onnxLayerInfo* entry = findLayer(state_->networks[state_->current_network], layer);
+    if (!entry) raise("{} is not found in output and input layers.", layer);
     if (!entry->is_static) {
         for (auto d : entry->dims)
             if (static_cast<std::int64_t>(d) < 0)
@@ -339,15 +332,13 @@ void windows_ml::setLayerData(const std::string& layer, std::any data,
     if (!data.has_value()) raise("data is null.");
     if (dims.empty()) raise("data_dims is empty.");
 
-    auto& record = state_->networks[state_->current_network];
-    const bool is_input = record.inputs.contains(layer);
-    if (!is_input && !record.outputs.contains(layer))
-        raise("{} is not found in input and output layers.", layer);
+    onnxLayerInfo* found = findLayer(state_->networks[state_->current_network], layer);
+    if (!found) raise("{} is not found in input and output layers.", layer);
 
     if (std::find(dims.begin(), dims.end(), 0) != dims.end())
         raise("Please set the valid shape to tensor, the dim should larger than 0!");
 
-    auto& entry = is_input ? record.inputs[layer] : record.outputs[layer];
+    auto& entry = *found;
 
     void* pointer = nullptr;
     if (!heldPointer(data, pointer))
@@ -375,12 +366,9 @@ void windows_ml::setLayerData(const std::string& layer, std::any data,
 }
 
 void* windows_ml::getLayerData(const std::string& layer) {
-    auto& record = state_->networks[state_->current_network];
-    const bool is_input = record.inputs.contains(layer);
-    if (!is_input && !record.outputs.contains(layer))
-        raise("{} is not found in input and output layers.", layer);
-
-    const auto& entry = is_input ? record.inputs[layer] : record.outputs[layer];
+    const onnxLayerInfo* found = findLayer(state_->networks[state_->current_network], layer);
+    if (!found) raise("{} is not found in input and output layers.", layer);
+    const auto& entry = *found;
     if (!entry.is_static) {
         for (auto d : entry.dims)
             if (static_cast<std::int64_t>(d) < 1)

@@ -13,15 +13,10 @@ using testing::StartsWith;
 
 namespace {
 
+using kel::test::pendingText;
+
 namespace t = kel::test;
 
-std::string pendingText(void* h) {
-    std::uint64_t n = 0;
-    if (kelGetExceptionStringLength(h, &n) != 0) return {};
-    std::string text(n, '\0');
-    kelGetExceptionString(h, text.data());
-    return text;
-}
 
 // Takes the pending text and clears it.
 std::string takeText(void* h) {

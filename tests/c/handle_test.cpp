@@ -11,13 +11,8 @@ using testing::HasSubstr;
 
 namespace {
 
-std::string pendingText(void* h) {
-    std::uint64_t n = 0;
-    if (kelGetExceptionStringLength(h, &n) != 0) return {};
-    std::string text(n, '\0');
-    kelGetExceptionString(h, text.data());
-    return text;
-}
+using kel::test::pendingText;
+
 
 class Handle : public testing::Test {
 protected:

@@ -9,6 +9,8 @@
 #include <string>
 #include <vector>
 
+#include "kel/c/kel.h"
+
 namespace kel::test {
 
 // A fresh directory under the system temporary directory, removed with its contents.
@@ -69,6 +71,15 @@ std::string capturedStderr(F&& f) {
         throw;
     }
     return testing::internal::GetCapturedStderr();
+}
+
+// The handle's pending error text, left pending; empty when there is none.
+inline std::string pendingText(void* handle) {
+    std::uint64_t n = 0;
+    if (kelGetExceptionStringLength(handle, &n) != 0) return {};
+    std::string text(n, '\0');
+    kelGetExceptionString(handle, text.data());
+    return text;
 }
 
 // Files in the temporary directory that look like kel's plugins lists ("<thread>-<ticks>.xml").
