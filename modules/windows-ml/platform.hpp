@@ -124,17 +124,25 @@ public:
     // The value viewed as the kind's tensor class, GetAsVectorView, GetMany from 0.
     virtual TensorValues readValues(Value& value, std::uint32_t kind) = 0;
 
-    // readValues written straight into `out`, at most `limit` values. A runtime that can
-    // read its tensor memory in place overrides this to spare the intermediate copy.
-    virtual void copyValues(Value& value, std::uint32_t kind, void* out, std::uint64_t limit) {
+    // readValues written straight into `out`, which holds `capacity` values: more than that
+    // is an error, never an overrun. A runtime that can read its tensor memory in place
+    // overrides this to spare the intermediate copy.
+    virtual void copyValues(Value& value, std::uint32_t kind, void* out, std::uint64_t capacity) {
         const TensorValues values = readValues(value, kind);
         std::visit(
             [&](const auto& v) {
                 using T = typename std::decay_t<decltype(v)>::value_type;
-                const auto n = static_cast<std::size_t>(std::min<std::uint64_t>(v.size(), limit));
-                std::copy_n(v.begin(), n, static_cast<T*>(out));
+                checkCapacity(v.size(), capacity);
+                std::copy(v.begin(), v.end(), static_cast<T*>(out));
             },
             values);
+    }
+
+protected:
+    static void checkCapacity(std::uint64_t count, std::uint64_t capacity) {
+        if (count > capacity)
+            throw PlatformError(-1, "the output has " + std::to_string(count) + " values, its layer holds " +
+                                        std::to_string(capacity));
     }
 };
 

@@ -333,14 +333,14 @@ public:
     }
 
     // Straight from the runtime's output memory into the host's.
-    void copyValues(Value& value, std::uint32_t kind, void* out, std::uint64_t limit) override {
+    void copyValues(Value& value, std::uint32_t kind, void* out, std::uint64_t capacity) override {
         const auto& v = handle_as<OrtValue>(value).value;
         guarded([&] {
             if (!v.IsTensor()) fail("the value is not a tensor");
             // The element type is the model's, as in the layer table; the count comes from the
             // tensor's byte size, which needs no type-information object per inference.
-            const std::size_t available = v.GetTensorSizeInBytes() / elementSize(kind);
-            const auto n = static_cast<std::size_t>(std::min<std::uint64_t>(available, limit));
+            const std::size_t n = v.GetTensorSizeInBytes() / elementSize(kind);
+            checkCapacity(n, capacity);
             switch (kind) {
                 case tensor_kind::Float16: {
                     const auto* p = v.GetTensorData<Ort::Float16_t>();

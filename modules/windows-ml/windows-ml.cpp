@@ -404,7 +404,8 @@ void windows_ml::infer() {
         if (!entry.data) continue;  // dynamic outputs the host did not set up
         if (!isHandledKind(entry.kind)) raise("tensor type is not supported.");
         auto value = platform.lookupOutput(*record.evaluation_result, name);
-        // Written in the element type of the kind's tensor view, never past the layer's dims.
+        // Written in the element type of the kind's tensor view; a model whose output exceeds
+        // the layer's dims gets an error, not an overrun.
         platform.copyValues(*value, entry.kind, entry.data, elementCount(entry.dims));
     }
 }
