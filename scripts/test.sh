@@ -33,7 +33,7 @@ if [ -z "$ONLY" ] || [ "$ONLY" = fuzz ]; then
   say "fuzz build"
   BUILD="$ROOT/build-fuzz"
   cmake -S "$ROOT" -B "$BUILD" -G Ninja -DKEL_FUZZ=ON -DKEL_BUILD_TESTS=ON \
-        -DCMAKE_C_COMPILER=clang -DCMAKE_CXX_COMPILER=clang++ -DCMAKE_BUILD_TYPE=RelWithDebInfo >/dev/null
+        -DCMAKE_C_COMPILER=clang-16 -DCMAKE_CXX_COMPILER=clang++-16 -DCMAKE_BUILD_TYPE=RelWithDebInfo >/dev/null
   cmake --build "$BUILD" -j "$JOBS" --target kel_fuzzers
   bash "$ROOT/tests/fuzz/run.sh" "$BUILD" "${KEL_FUZZ_SECONDS:-55}"
 fi
