@@ -365,11 +365,15 @@ std::string openvino::generateTempOVPluginsXML() {
                            .count();
     const std::string name = fmt::format("{}-{}.xml", currentThreadIdText(), ticks);
     const std::filesystem::path path = std::filesystem::temp_directory_path() / name;
+    // Only a file this call made is removed on failure: one that won the race to the name
+    // (O_EXCL refused it) is not ours.
+    bool created = false;
     try {
         remove_xml(path);
 #ifdef _WIN32
         std::ofstream out(path, std::ios::binary | std::ios::trunc);
         if (!out) raise("Could not open file at {}", utils::pathToString(path));
+        created = true;
         out.write(kPluginsXml.data(), static_cast<std::streamsize>(kPluginsXml.size()));
         out.close();
 #else
@@ -377,6 +381,7 @@ std::string openvino::generateTempOVPluginsXML() {
         // written to.
         const int fd = ::open(path.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, 0600);
         if (fd < 0) raise("Could not open file at {}", utils::pathToString(path));
+        created = true;
         const ssize_t written = ::write(fd, kPluginsXml.data(), kPluginsXml.size());
         ::close(fd);
         if (written != static_cast<ssize_t>(kPluginsXml.size()))
@@ -384,7 +389,7 @@ std::string openvino::generateTempOVPluginsXML() {
 #endif
     } catch (...) {
         try {
-            remove_xml(path);
+            if (created) remove_xml(path);
         } catch (...) {
         }
         throw;
