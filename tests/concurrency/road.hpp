@@ -52,11 +52,8 @@ inline std::string pendingText(void* handle) {
     return text.empty() ? "error without text" : text;
 }
 
-// The outputs of one road, or the first error's text in `error`.
-inline std::vector<std::vector<float>> runRoad(const RoadModel& m, const std::vector<std::vector<float>>& inputs,
-                                               const std::string& identifier, std::string& error) {
-    std::vector<std::vector<float>> results;
-    void* handle = kelCreate();
+inline void request(void* handle, const RoadModel& m, const std::vector<std::vector<float>>& inputs,
+                    const std::string& identifier, std::vector<std::vector<float>>& results) {
     kelCreateNetByBuffers(handle, m.engine.c_str(), identifier.c_str(), "CPU", m.model.data(), m.model.size(),
                           m.weights.empty() ? nullptr : m.weights.data(), m.weights.size());
     std::size_t i = 0;
@@ -67,8 +64,20 @@ inline std::vector<std::vector<float>> runRoad(const RoadModel& m, const std::ve
         const auto* data = static_cast<const float*>(kelGetLayerData(handle, name.c_str()));
         results.emplace_back(data ? std::vector<float>(data, data + m.elements) : std::vector<float>());
     }
+}
+
+// The outputs of one road, or the first error's text in `error`. The current network cannot
+// be removed, so a second request on the same handle makes the first one removable.
+inline std::vector<std::vector<float>> runRoad(const RoadModel& m, const std::vector<std::vector<float>>& inputs,
+                                               const std::string& identifier, std::string& error) {
+    std::vector<std::vector<float>> results;
+    void* handle = kelCreate();
+    request(handle, m, inputs, identifier, results);
+    request(handle, m, inputs, identifier + "-second", results);
     kelRemoveNetwork(handle, identifier.c_str());
-    error = pendingText(handle);
+    if (kelGetCreatedNetworkIdentifiersNumber(handle) != 1 && !kelHasException(handle))
+        error = "the removed network is still listed";
+    if (error.empty()) error = pendingText(handle);
     kelResetExceptionString(handle);
     kelDestory(handle);
     return results;

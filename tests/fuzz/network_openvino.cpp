@@ -14,6 +14,6 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
         const std::string_view weights = all.substr(at + kSeparator.size());
         buffers.emplace_back(weights.data(), weights.size());
     }
-    kel::fuzz::createFromBuffers("OpenVINO", buffers);
+    kel::fuzz::createFromBuffers("OpenVINO", "openvino/static.xml", buffers);
     return 0;
 }

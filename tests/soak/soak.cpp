@@ -67,21 +67,23 @@ int main(int argc, char** argv) {
     const auto start = std::chrono::steady_clock::now();
     for (int cycle = 1; cycle <= cycles; ++cycle) {
         for (const auto& m : models) {
-            const auto inputs = t::roadInputs(m, cycle);
-            const std::string id = "soak";
-            kelCreateNetByBuffers(handle, m.engine.c_str(), id.c_str(), "CPU", m.model.data(), m.model.size(),
-                                  m.weights.empty() ? nullptr : m.weights.data(), m.weights.size());
-            std::size_t i = 0;
-            for (const auto& [name, dims] : m.inputs)
-                kelSetLayerData(handle, name.c_str(), inputs[i++].data(), dims.data(), dims.size());
-            kelInfer(handle);
-            for (const auto& name : m.outputs)
-                if (!kelGetLayerData(handle, name.c_str())) ok = false;
-            kelRemoveNetwork(handle, id.c_str());
+            // Each cycle's network replaces the previous one, which is then no longer current
+            // and can be removed.
+            const std::string id = m.engine + std::to_string(cycle);
+            std::vector<std::vector<float>> results;
+            t::request(handle, m, t::roadInputs(m, cycle), id, results);
+            for (const auto& r : results)
+                if (r.empty()) ok = false;
+            if (cycle > 1) kelRemoveNetwork(handle, (m.engine + std::to_string(cycle - 1)).c_str());
             if (const std::string error = t::pendingText(handle); !error.empty()) {
                 std::printf("cycle %d on %s failed: %s\n", cycle, m.engine.c_str(), error.c_str());
                 return 1;
             }
+        }
+        if (kelGetCreatedNetworkIdentifiersNumber(handle) != 2) {
+            std::printf("cycle %d: %d networks listed, 2 expected\n", cycle,
+                        kelGetCreatedNetworkIdentifiersNumber(handle));
+            return 1;
         }
         if (cycle == cycles / 4) {
             rssQuarter = residentMb();
