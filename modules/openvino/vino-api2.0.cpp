@@ -240,6 +240,14 @@ bool isLayer(const VinoNetworkRecord& record, const std::string& layer) {
     return contains(record.input_names, layer) || contains(record.output_names, layer);
 }
 
+// XML text starts, after an optional UTF-8 byte order mark and white space, with '<'.
+bool looksLikeXml(const char* text, std::size_t size) {
+    std::size_t i = 0;
+    if (size >= 3 && std::memcmp(text, "\xEF\xBB\xBF", 3) == 0) i = 3;
+    while (i < size && (text[i] == ' ' || text[i] == '\t' || text[i] == '\r' || text[i] == '\n')) ++i;
+    return i < size && text[i] == '<';
+}
+
 // Each network gets a core of its own, made from a plugins file that exists only while the
 // core is being made.
 VinoNetworkRecord& storeNewRecord(vino_InferenceEngine& engine, const std::string& networkIdentifier) {
@@ -701,6 +709,11 @@ void openvino::createNetwork(const std::string& networkIdentifier, const std::st
         raise("xml_buffer must be set. Current buffer is nullptr. Please check your xml_buffer.");
     if (xmlSize == 0)
         raise("xml_size must be set. Current size is 0. Please check your xml_size.");
+    // The runtime offers a buffer to every model reader it has, and some read out of bounds
+    // on arbitrary bytes (Paddle's reader, found by fuzzing): only XML text, the IR's form,
+    // is passed on.
+    if (!looksLikeXml(static_cast<const char*>(xmlBuffer), xmlSize))
+        raise("xml_buffer is not an XML model description. Please check your xml_buffer.");
     auto& engine = state(engine_);
     auto& record = storeNewRecord(engine, networkIdentifier);
     // The host may free its XML text as soon as this returns, so the record keeps a copy.

@@ -133,29 +133,34 @@ void wideErrorLine(const std::string& text, const std::filesystem::path& path) {
 #endif
 }
 
+// A model may produce more values than its outputs declare: never more than the layer's
+// buffer holds is written.
 template <class T>
-void copyValues(const wmp::TensorValues& values, void* data) {
+void copyValues(const wmp::TensorValues& values, void* data, std::size_t capacity) {
     const auto* v = std::get_if<std::vector<T>>(&values);
     if (!v) throw wmp::PlatformError(-1, "tensor values of an unexpected element type");
+    if (v->size() > capacity)
+        throw wmp::PlatformError(-1, fmt::format("the output has {} values, its layer holds {}",
+                                                 v->size(), capacity));
     std::copy(v->begin(), v->end(), static_cast<T*>(data));
 }
 
 // Outputs are written in the element type of the kind's tensor view.
-void copyOutput(std::uint32_t kind, const wmp::TensorValues& values, void* data) {
+void copyOutput(std::uint32_t kind, const wmp::TensorValues& values, void* data, std::size_t capacity) {
     using namespace wmp::tensor_kind;
     switch (kind) {
         case Float:
-        case Float16: return copyValues<float>(values, data);
-        case UInt8: return copyValues<std::uint8_t>(values, data);
-        case Int8: return copyValues<std::int8_t>(values, data);
-        case UInt16: return copyValues<std::uint16_t>(values, data);
-        case Int16: return copyValues<std::int16_t>(values, data);
-        case Int32: return copyValues<std::int32_t>(values, data);
-        case Int64: return copyValues<std::int64_t>(values, data);
-        case Boolean: return copyValues<bool>(values, data);
-        case Double: return copyValues<double>(values, data);
-        case UInt32: return copyValues<std::uint32_t>(values, data);
-        case UInt64: return copyValues<std::uint64_t>(values, data);
+        case Float16: return copyValues<float>(values, data, capacity);
+        case UInt8: return copyValues<std::uint8_t>(values, data, capacity);
+        case Int8: return copyValues<std::int8_t>(values, data, capacity);
+        case UInt16: return copyValues<std::uint16_t>(values, data, capacity);
+        case Int16: return copyValues<std::int16_t>(values, data, capacity);
+        case Int32: return copyValues<std::int32_t>(values, data, capacity);
+        case Int64: return copyValues<std::int64_t>(values, data, capacity);
+        case Boolean: return copyValues<bool>(values, data, capacity);
+        case Double: return copyValues<double>(values, data, capacity);
+        case UInt32: return copyValues<std::uint32_t>(values, data, capacity);
+        case UInt64: return copyValues<std::uint64_t>(values, data, capacity);
         default: break;
     }
 }
@@ -182,8 +187,12 @@ void buildLayerTable(windows_ml& self, const std::vector<wmp::FeatureDescription
         auto& entry = table[feature.name] = std::move(info);
         if (!entry.is_static) continue;  // the host supplies these before infer
 
-        // Static layers get a zeroed buffer now, so fully static models infer at once.
-        const std::size_t bytes = elementCount(entry.dims) * TensorPrecisionTable(entry.kind).size;
+        // Static layers get a zeroed buffer now, so fully static models infer at once. FP16
+        // outputs are read as floats, so their buffer holds floats.
+        const std::size_t element = entry.kind == wmp::tensor_kind::Float16
+                                        ? sizeof(float)
+                                        : TensorPrecisionTable(entry.kind).size;
+        const std::size_t bytes = elementCount(entry.dims) * element;
         void* buffer = std::calloc(std::max<std::size_t>(bytes, 1), 1);
         if (!buffer) throw std::bad_alloc();
         entry.owned_buffer = std::shared_ptr<void>(buffer, std::free);
@@ -452,7 +461,8 @@ void windows_ml::infer() {
         if (!entry.data) continue;  // dynamic outputs the host did not set up
         if (!isHandledKind(entry.kind)) raise("tensor type is not supported.");
         auto value = platform.lookupOutput(*record.evaluation_result, name);
-        copyOutput(entry.kind, platform.readValues(*value, entry.kind), entry.data);
+        copyOutput(entry.kind, platform.readValues(*value, entry.kind), entry.data,
+                   elementCount(entry.dims));
     }
 }
 

@@ -50,14 +50,7 @@ for t in "${TARGETS[@]}"; do
   echo "[fuzz] $t for ${SECONDS_EACH}s"
   # Each target in a temporary directory of its own, so nothing it leaves goes unnoticed.
   work="$(mktemp -d)"
-  # The OpenVINO front ends the runtime probes for every model (ONNX, Paddle, TensorFlow)
-  # keep static state they never free, and are unloaded before the report at exit, so no
-  # suppression can name them: for the network targets only the leak check at exit is off.
-  # Leaks of any single input are still caught (libFuzzer checks each input that allocates
-  # more than it frees), and the sanitizer suite and the soak check kel's own.
-  leaks="${ASAN_OPTIONS}"
-  case "$t" in network_*) leaks="$ASAN_OPTIONS:leak_check_at_exit=0" ;; esac
-  if ! (cd "$work" && ASAN_OPTIONS="$leaks" TMPDIR="$work" "$BUILD/bin/kel_fuzz_$t" "$corpus" \
+  if ! (cd "$work" && TMPDIR="$work" "$BUILD/bin/kel_fuzz_$t" "$corpus" \
           -max_total_time="$SECONDS_EACH" -timeout=60 -rss_limit_mb=4096 -max_len=65536 \
           -print_final_stats=1 -artifact_prefix="$BUILD/findings/$t-" \
           > "$BUILD/findings/$t.log" 2>&1); then
