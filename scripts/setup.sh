@@ -15,6 +15,9 @@ say() { printf '[setup] %s\n' "$*" >&2; }
 # --- Debian packages -------------------------------------------------------
 DEB_PKGS=(cmake ninja-build g++ make pkg-config libfmt-dev libgtest-dev libgmock-dev
           libbenchmark-dev python3 python3-venv pci.ids npm libonnx-testdata)
+# The fuzz targets are built with clang and its libFuzzer/sanitizer runtimes; clang 16,
+# since the default clang 14 lacks what libstdc++ 12 needs for std::source_location.
+DEB_PKGS+=(clang-16 libclang-rt-16-dev)
 missing=()
 for p in "${DEB_PKGS[@]}"; do
   dpkg-query -W -f='${Status}' "$p" 2>/dev/null | grep -q "install ok installed" || missing+=("$p")

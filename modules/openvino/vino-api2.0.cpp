@@ -240,6 +240,14 @@ bool isLayer(const VinoNetworkRecord& record, const std::string& layer) {
     return contains(record.input_names, layer) || contains(record.output_names, layer);
 }
 
+// XML text starts, after an optional UTF-8 byte order mark and white space, with '<'.
+bool looksLikeXml(const char* text, std::size_t size) {
+    std::size_t i = 0;
+    if (size >= 3 && std::memcmp(text, "\xEF\xBB\xBF", 3) == 0) i = 3;
+    while (i < size && (text[i] == ' ' || text[i] == '\t' || text[i] == '\r' || text[i] == '\n')) ++i;
+    return i < size && text[i] == '<';
+}
+
 // Each network gets a core of its own, made from a plugins file that exists only while the
 // core is being made.
 VinoNetworkRecord& storeNewRecord(vino_InferenceEngine& engine, const std::string& networkIdentifier) {
@@ -365,11 +373,15 @@ std::string openvino::generateTempOVPluginsXML() {
                            .count();
     const std::string name = fmt::format("{}-{}.xml", currentThreadIdText(), ticks);
     const std::filesystem::path path = std::filesystem::temp_directory_path() / name;
+    // Only a file this call made is removed on failure: one that won the race to the name
+    // (O_EXCL refused it) is not ours.
+    bool created = false;
     try {
         remove_xml(path);
 #ifdef _WIN32
         std::ofstream out(path, std::ios::binary | std::ios::trunc);
         if (!out) raise("Could not open file at {}", utils::pathToString(path));
+        created = true;
         out.write(kPluginsXml.data(), static_cast<std::streamsize>(kPluginsXml.size()));
         out.close();
 #else
@@ -377,6 +389,7 @@ std::string openvino::generateTempOVPluginsXML() {
         // written to.
         const int fd = ::open(path.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, 0600);
         if (fd < 0) raise("Could not open file at {}", utils::pathToString(path));
+        created = true;
         const ssize_t written = ::write(fd, kPluginsXml.data(), kPluginsXml.size());
         ::close(fd);
         if (written != static_cast<ssize_t>(kPluginsXml.size()))
@@ -384,7 +397,7 @@ std::string openvino::generateTempOVPluginsXML() {
 #endif
     } catch (...) {
         try {
-            remove_xml(path);
+            if (created) remove_xml(path);
         } catch (...) {
         }
         throw;
@@ -696,6 +709,11 @@ void openvino::createNetwork(const std::string& networkIdentifier, const std::st
         raise("xml_buffer must be set. Current buffer is nullptr. Please check your xml_buffer.");
     if (xmlSize == 0)
         raise("xml_size must be set. Current size is 0. Please check your xml_size.");
+    // The runtime offers a buffer to every model reader it has, and some read out of bounds
+    // on arbitrary bytes (Paddle's reader, found by fuzzing): only XML text, the IR's form,
+    // is passed on.
+    if (!looksLikeXml(static_cast<const char*>(xmlBuffer), xmlSize))
+        raise("xml_buffer is not an XML model description. Please check your xml_buffer.");
     auto& engine = state(engine_);
     auto& record = storeNewRecord(engine, networkIdentifier);
     // The host may free its XML text as soon as this returns, so the record keeps a copy.

@@ -4,6 +4,7 @@
 #include <onnxruntime_cxx_api.h>
 
 #include <algorithm>
+#include <cstdlib>
 #include <cstring>
 #include <map>
 
@@ -28,9 +29,17 @@ auto guarded(F&& f) -> decltype(f()) {
 
 // Kept for the whole process: sessions may outlive any one back-end object, and
 // destroying the environment during static destruction races with them. Failures reach
-// the host as exceptions, so the runtime's own log stays quiet.
+// the host as exceptions, so the runtime's own log stays quiet. Telemetry is off: a host
+// embedding kel has not asked for events to be sent, nor for the session and log files
+// the runtime's sender leaves in the temporary directory. Only the environment variable
+// keeps the sender from starting; a host that sets it itself is left its choice.
 Ort::Env& environment() {
-    static Ort::Env* env = new Ort::Env(ORT_LOGGING_LEVEL_FATAL, "kel");
+    static Ort::Env* env = [] {
+        ::setenv("ORT_DISABLE_TELEMETRY", "1", 0);
+        auto* created = new Ort::Env(ORT_LOGGING_LEVEL_FATAL, "kel");
+        created->DisableTelemetryEvents();
+        return created;
+    }();
     return *env;
 }
 

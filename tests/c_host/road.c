@@ -213,6 +213,7 @@ int main(int argc, char **argv) {
         }
 
     kelDestory(kel);
+    free(bin_bytes); /* the weights are only wrapped: freed once their network is gone */
     if (failures) fprintf(stderr, "%d check(s) failed\n", failures);
     else printf("the C host got every expected output\n");
     return failures ? 1 : 0;
