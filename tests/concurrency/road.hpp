@@ -43,15 +43,6 @@ inline std::vector<std::vector<float>> roadInputs(const RoadModel& m, unsigned s
     return inputs;
 }
 
-inline std::string pendingText(void* handle) {
-    if (!kelHasException(handle)) return {};
-    std::uint64_t length = 0;
-    kelGetExceptionStringLength(handle, &length);
-    std::string text(length, '\0');
-    kelGetExceptionString(handle, text.data());
-    return text.empty() ? "error without text" : text;
-}
-
 inline void request(void* handle, const RoadModel& m, const std::vector<std::vector<float>>& inputs,
                     const std::string& identifier, std::vector<std::vector<float>>& results) {
     kelCreateNetByBuffers(handle, m.engine.c_str(), identifier.c_str(), "CPU", m.model.data(), m.model.size(),
