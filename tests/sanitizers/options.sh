@@ -4,9 +4,7 @@ KEL_SANITIZER_DIR="$(cd "$(dirname "${BASH_SOURCE[0]}")" && pwd)"
 # allocator_may_return_null: an impossible request gets NULL as from the C library. The
 # runtimes check for it: OpenVINO's IR reader, given a directory, asks for 2^63 bytes and
 # turns the NULL into an error; an ASan report there would be about the request, not a bug.
-# fast_unwind_on_malloc=0: the runtimes are built without frame pointers, so only the slow
-# unwinder reaches past them to the frames a suppression names.
-export ASAN_OPTIONS="halt_on_error=1:detect_leaks=1:allocator_may_return_null=1:fast_unwind_on_malloc=0:suppressions=$KEL_SANITIZER_DIR/asan.supp"
+export ASAN_OPTIONS="halt_on_error=1:detect_leaks=1:allocator_may_return_null=1:suppressions=$KEL_SANITIZER_DIR/asan.supp"
 export LSAN_OPTIONS="suppressions=$KEL_SANITIZER_DIR/lsan.supp:print_suppressions=0"
 export UBSAN_OPTIONS="halt_on_error=1:print_stacktrace=1:suppressions=$KEL_SANITIZER_DIR/ubsan.supp"
 # TBB opens its helper libtbbbind with RTLD_DEEPBIND, which the sanitizer runtimes cannot
