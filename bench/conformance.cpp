@@ -381,6 +381,13 @@ std::string kelError() {
     return text.empty() ? "failed without text" : text;
 }
 
+// A raw runtime's failure as one line of the report.
+std::string failureText(const std::exception& e) {
+    std::string text = e.what();
+    std::replace(text.begin(), text.end(), '\n', ' ');
+    return text.substr(0, 300);
+}
+
 std::string runKel(const Test& t, const char* engine) {
     const bool windows_ml = std::strcmp(engine, "WindowsML") == 0;
     // Each test gets its own network; the previous one goes once the new one is current.
@@ -525,9 +532,7 @@ std::string runVino(const Test& t, ov::Core& core) {
             }
         }
     } catch (const std::exception& e) {
-        std::string text = e.what();
-        std::replace(text.begin(), text.end(), '\n', ' ');
-        return text.substr(0, 300);
+        return failureText(e);
     }
     return {};
 }
@@ -566,9 +571,7 @@ std::string runOrt(const Test& t, Ort::Env& env) {
             }
         }
     } catch (const std::exception& e) {
-        std::string text = e.what();
-        std::replace(text.begin(), text.end(), '\n', ' ');
-        return text.substr(0, 300);
+        return failureText(e);
     }
     return {};
 }
