@@ -18,6 +18,8 @@ MLEngine::MLEngine(LibraryLoader, LibraryLoader) {
     auto impl = std::make_shared<Impl>();
     impl->engines.emplace(kOpenVINO, std::any(openvino()));
     impl->engines.emplace(kWindowsML, std::any(windows_ml()));
+    impl->openvino_backend = &any_as<openvino>(impl->engines.at(kOpenVINO));
+    impl->windows_ml_backend = &any_as<windows_ml>(impl->engines.at(kWindowsML));
     impl_ = std::move(impl);
 }
 

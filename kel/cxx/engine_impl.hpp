@@ -82,10 +82,13 @@ struct __attribute__((visibility("hidden"))) MLEngine::Impl {
 
     // The engine of the current network, with the standard out-of-range failure.
     const std::string& currentEngine() const { return checked_at(networks, current_network).engine; }
-    openvino& openvinoBackend() { return any_as<openvino>(checked_at(engines, std::string(kOpenVINO))); }
-    windows_ml& windowsMlBackend() {
-        return any_as<windows_ml>(checked_at(engines, std::string(kWindowsML)));
-    }
+    openvino& openvinoBackend() { return *openvino_backend; }
+    windows_ml& windowsMlBackend() { return *windows_ml_backend; }
+
+    // Resolved once the back-ends exist (they live in `engines`, whose nodes never move):
+    // every layer call and inference goes through them.
+    openvino* openvino_backend = nullptr;
+    windows_ml* windows_ml_backend = nullptr;
 };
 
 }  // namespace kel

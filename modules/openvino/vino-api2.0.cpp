@@ -48,6 +48,15 @@ struct CompiledSlot {
     ov::InferRequest request;
 };
 
+// What the layer calls need of a port, worked out once when the network is compiled: the
+// per-call lookups by name cost more than a small network's inference.
+struct LayerPort {
+    ov::Output<const ov::Node> port;
+    ov::element::Type type;
+    bool dynamic = false;
+    std::vector<std::uint64_t> dims;  // the declared dims of a static layer
+};
+
 struct VinoNetworkRecord {
     VinoNetworkRecord() = default;
     explicit VinoNetworkRecord(ov::Core networkCore) : core(std::move(networkCore)) {}
@@ -62,6 +71,8 @@ struct VinoNetworkRecord {
     std::shared_ptr<ov::Model> model;
     std::uint64_t slot_key = 0;
     std::map<std::uint64_t, CompiledSlot> slots;
+    std::unordered_map<std::string, LayerPort> layers;  // inputs win over outputs of a name
+    std::vector<std::string> dynamic_outputs;           // whose dims are known only after infer
 };
 
 struct vino_InferenceEngine {
@@ -185,11 +196,10 @@ const std::map<ov::element::Type_t, std::pair<const char*, std::uint64_t>>& prec
     return table;
 }
 
-// The model port named by a layer; inputs win over outputs of the same name.
-ov::Output<const ov::Node> layerPort(const VinoNetworkRecord& record, const std::string& layer) {
-    const std::shared_ptr<const ov::Model> model = record.model;
-    if (contains(record.input_names, layer)) return model->input(layer);
-    return model->output(layer);
+// The layer's port facts; null when the network has no such layer.
+const LayerPort* findLayer(const VinoNetworkRecord& record, const std::string& layer) {
+    const auto it = record.layers.find(layer);
+    return it == record.layers.end() ? nullptr : &it->second;
 }
 
 // The host pointer inside `data`, if it holds one of the accepted pointer types.
@@ -234,10 +244,6 @@ VinoNetworkRecord& currentRecord(vino_InferenceEngine& engine) {
 
 ov::InferRequest& currentRequest(VinoNetworkRecord& record) {
     return checked_at(record.slots, record.slot_key, kOrderedMapKeyText).request;
-}
-
-bool isLayer(const VinoNetworkRecord& record, const std::string& layer) {
-    return contains(record.input_names, layer) || contains(record.output_names, layer);
 }
 
 // XML text starts, after an optional UTF-8 byte order mark and white space, with '<'.
@@ -779,6 +785,18 @@ void openvino::innerCreateNetwork(const std::string& networkIdentifier,
                 }
         record.output_names.push_back(name);
     }
+    record.layers.clear();
+    record.dynamic_outputs.clear();
+    auto addLayer = [&](const std::string& name, ov::Output<const ov::Node> port) {
+        LayerPort entry{port, port.get_element_type(), port.get_partial_shape().is_dynamic(), {}};
+        if (!entry.dynamic) entry.dims = toDims(port.get_shape());
+        record.layers.emplace(name, std::move(entry));  // an input keeps a name it shares
+    };
+    const std::shared_ptr<const ov::Model> model = record.model;
+    for (const auto& name : record.input_names) addLayer(name, model->input(name));
+    for (const auto& name : record.output_names) addLayer(name, model->output(name));
+    for (const auto& output : record.model->outputs())
+        if (output.get_partial_shape().is_dynamic()) record.dynamic_outputs.push_back(output.get_any_name());
 
     if (engine.log_callback) {
         auto listText = [](const std::vector<std::string>& names) {
@@ -841,17 +859,12 @@ void openvino::setLayerData(const std::string& layer, std::any data,
     if (!data.has_value()) raise("data parameter is null.");
     if (dims.empty()) raise("data_dims parameter is empty.");
     auto& record = currentRecord(state(engine_));
-    if (!isLayer(record, layer)) raise("[{}] is not found in input and output layers.", layer);
+    const LayerPort* entry = findLayer(record, layer);
+    if (!entry) raise("[{}] is not found in input and output layers.", layer);
 
-    const auto port = layerPort(record, layer);
-    const ov::element::Type type = port.get_element_type();
-    // A dynamic layer takes its dims from the host. Asked first, because get_shape throws
-    // for it, and a throw on every bind costs more than a small network's inference.
-    const bool dynamic = port.get_partial_shape().is_dynamic();
-    std::vector<std::uint64_t> expected;
-    if (!dynamic) expected = toDims(port.get_shape());
-    if (!dynamic && expected != dims)
-        raise("[{}] expect dims is {}, but get dims is {}", layer, dimsText(expected),
+    // A dynamic layer takes its dims from the host.
+    if (!entry->dynamic && entry->dims != dims)
+        raise("[{}] expect dims is {}, but get dims is {}", layer, dimsText(entry->dims),
               dimsText(dims));
 
     const std::optional<void*> pointer = hostPointer(data);
@@ -862,45 +875,50 @@ void openvino::setLayerData(const std::string& layer, std::any data,
     if (*pointer == nullptr) raise("data parameter is null.");
 
     // Bound, not copied: the layer's own element type, whatever the pointer's type says.
-    const ov::Tensor tensor(type, ov::Shape(dims.begin(), dims.end()), *pointer);
+    const ov::Tensor tensor(entry->type, ov::Shape(dims.begin(), dims.end()), *pointer);
     currentRequest(record).set_tensor(layer, tensor);
-    if (dynamic) record.layer_data_state[layer] = dims;
+    if (entry->dynamic) record.layer_data_state[layer] = dims;
 }
+
+namespace {
+
+// A dynamic layer whose dims nobody has given yet fails with the runtime's own text.
+void requireKnownDims(const VinoNetworkRecord& record, const LayerPort& entry, const std::string& layer) {
+    if (!entry.dynamic || record.layer_data_state.contains(layer)) return;
+    try {
+        entry.port.get_shape();
+    } catch (const ov::Exception& e) {
+        raise("[OpenVINO Exception]:{}\n[{}] layer have dynamic shape. Need set by "
+              "`setLayerData` API first.",
+              e.what(), layer);
+    }
+}
+
+}  // namespace
 
 void* openvino::getLayerData(const std::string& layer) {
     auto& record = currentRecord(state(engine_));
-    if (!isLayer(record, layer)) raise("{} is not found in input and output layers.", layer);
-    try {
-        layerPort(record, layer).get_shape();
-    } catch (const ov::Exception& e) {
-        if (!record.layer_data_state.contains(layer))
-            raise("[OpenVINO Exception]:{}\n[{}] layer have dynamic shape. Need set by "
-                  "`setLayerData` API first.",
-                  e.what(), layer);
-    }
+    const LayerPort* entry = findLayer(record, layer);
+    if (!entry) raise("{} is not found in input and output layers.", layer);
+    requireKnownDims(record, *entry, layer);
     return currentRequest(record).get_tensor(layer).data();
 }
 
 const std::vector<std::uint64_t> openvino::getLayerDims(const std::string& layer) {
     auto& record = currentRecord(state(engine_));
-    if (!isLayer(record, layer)) raise("{} is not found in input and output layers.", layer);
-    try {
-        return toDims(layerPort(record, layer).get_shape());
-    } catch (const ov::Exception& e) {
-        const auto it = record.layer_data_state.find(layer);
-        if (it == record.layer_data_state.end())
-            raise("[OpenVINO Exception]:{}\n[{}] layer have dynamic shape. Need set by "
-                  "`setLayerData` API first.",
-                  e.what(), layer);
-        return it->second;
-    }
+    const LayerPort* entry = findLayer(record, layer);
+    if (!entry) raise("{} is not found in input and output layers.", layer);
+    if (!entry->dynamic) return entry->dims;
+    requireKnownDims(record, *entry, layer);
+    return record.layer_data_state.at(layer);
 }
 
 std::tuple<std::string, std::uint64_t> openvino::getLayerPrecision(const std::string& layer) {
     auto& record = currentRecord(state(engine_));
-    if (!isLayer(record, layer)) raise("{} is not found in input and output layers.", layer);
+    const LayerPort* entry = findLayer(record, layer);
+    if (!entry) raise("{} is not found in input and output layers.", layer);
     const auto& table = precisionTable();
-    const auto it = table.find(layerPort(record, layer).get_element_type());
+    const auto it = table.find(entry->type);
     if (it == table.end()) raise("{} layer Precision is unknown.", layer);
     return {it->second.first, it->second.second};
 }
@@ -911,10 +929,8 @@ void openvino::infer() {
     request.infer();
     // A dynamic output's dims are known only now; keeping them lets the host read it
     // without binding a buffer of its own first.
-    for (const auto& output : record.model->outputs())
-        if (output.get_partial_shape().is_dynamic())
-            record.layer_data_state[output.get_any_name()] =
-                toDims(request.get_tensor(output.get_any_name()).get_shape());
+    for (const auto& name : record.dynamic_outputs)
+        record.layer_data_state[name] = toDims(request.get_tensor(name).get_shape());
 }
 
 // ---------------------------------------------------------------------------------

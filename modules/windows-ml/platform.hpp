@@ -13,6 +13,7 @@
 #include <stdexcept>
 #include <string>
 #include <type_traits>
+#include <typeinfo>
 #include <variant>
 #include <vector>
 
@@ -81,6 +82,13 @@ struct Binding : Handle {};           // LearningModelBinding
 struct Value : Handle {};             // a bound or evaluated tensor
 struct EvaluationResult : Handle {};  // LearningModelEvaluationResult
 
+// An output of `count` values written where `capacity` fit is an error, never an overrun.
+inline void checkCapacity(std::uint64_t count, std::uint64_t capacity) {
+    if (count > capacity)
+        throw PlatformError(-1, "the output has " + std::to_string(count) + " values, its layer holds " +
+                                    std::to_string(capacity));
+}
+
 class Platform {
 public:
     virtual ~Platform() = default;
@@ -138,11 +146,21 @@ public:
             values);
     }
 
-protected:
-    static void checkCapacity(std::uint64_t count, std::uint64_t capacity) {
-        if (count > capacity)
-            throw PlatformError(-1, "the output has " + std::to_string(count) + " values, its layer holds " +
-                                        std::to_string(capacity));
+    // The bytes at `data` as a new tensor of `kind` and `dims` bound under `name`:
+    // writeBuffer, createTensor and bind. A runtime that can keep the tensor's memory from
+    // one inference to the next overrides this and copies into it.
+    virtual void bindCopy(Binding& binding, const std::string& name, std::uint32_t kind,
+                          const std::vector<std::uint64_t>& dims, const void* data,
+                          std::size_t bytes) {
+        auto buffer = writeBuffer(static_cast<const std::uint8_t*>(data), bytes);
+        auto tensor = createTensor(kind, std::vector<std::int64_t>(dims.begin(), dims.end()), buffer);
+        bind(binding, name, tensor);
+    }
+    // lookupOutput, then copyValues.
+    virtual void copyOutput(EvaluationResult& result, const std::string& name, std::uint32_t kind,
+                            void* out, std::uint64_t capacity) {
+        auto value = lookupOutput(result, name);
+        copyValues(*value, kind, out, capacity);
     }
 };
 
@@ -152,6 +170,8 @@ std::shared_ptr<Platform> makeDefaultPlatform();
 // A handle's concrete type, or a PlatformError when it came from another implementation.
 template <class T, class H>
 T& handle_as(H& handle) {
+    // Exact types are the rule and cost a pointer comparison; dynamic_cast covers the rest.
+    if (typeid(handle) == typeid(T)) return static_cast<T&>(handle);
     auto* p = dynamic_cast<T*>(&handle);
     if (!p) throw PlatformError(-1, "platform object of another runtime");
     return *p;

@@ -123,41 +123,70 @@ FeatureDescription describe(const std::string& name, const Ort::TypeInfo& info) 
     return d;
 }
 
-struct OrtStream : Stream {
+struct RtStream : Stream {
     std::vector<std::uint8_t> bytes;
 };
-struct OrtStreamReference : StreamReference {
-    std::shared_ptr<OrtStream> stream;
+struct RtStreamReference : StreamReference {
+    std::shared_ptr<RtStream> stream;
 };
-struct OrtBuffer : Buffer {
+struct RtBuffer : Buffer {
     std::vector<std::uint8_t> bytes;
 };
 // Loading parses the model into a CPU session; sessions made from the model share it,
 // since every device kind runs on the same provider.
-struct OrtModel : Model {
+struct RtModel : Model {
     std::shared_ptr<Ort::Session> session;
     std::vector<std::string> input_names, output_names;
     std::vector<const char*> output_name_pointers;  // what Run takes, made once
     std::vector<std::string> scalar_inputs;  // declared with rank 0
+    // Per output: its declared shape and element type when both are fixed and numeric, so
+    // that its memory can be made once and reused by every run; empty type otherwise.
+    std::vector<std::vector<std::int64_t>> fixed_shapes;
+    std::vector<ONNXTensorElementDataType> fixed_types;
 };
-struct OrtDevice : Device {
+struct RtDevice : Device {
     DeviceKind kind;
 };
-struct OrtSession : Session {
-    std::shared_ptr<OrtModel> model;
-    std::shared_ptr<OrtDevice> device;
+struct RtSession : Session {
+    std::shared_ptr<RtModel> model;
+    std::shared_ptr<RtDevice> device;
 };
-struct OrtBinding : Binding {
-    std::shared_ptr<OrtSession> session;
-    std::map<std::string, std::shared_ptr<Value>> values;
-};
-// A created tensor is its buffer, element type and shape: evaluate makes the runtime's
-// view of it, so no Ort::Value is made twice. An evaluated one holds the runtime's value.
-struct OrtValue : Value {
-    std::shared_ptr<OrtBuffer> buffer;
+// A created tensor is its buffer, element type and shape. An evaluated one is an output
+// of a result, which it keeps alive.
+struct RtResult;
+struct RtValue : Value {
+    std::shared_ptr<RtBuffer> buffer;
     ONNXTensorElementDataType type = ONNX_TENSOR_ELEMENT_DATA_TYPE_UNDEFINED;
     std::vector<std::int64_t> shape;
-    Ort::Value value{nullptr};
+    std::shared_ptr<const RtResult> result;
+    std::size_t index = 0;
+};
+// The outputs of one run. Outputs of a fixed shape get memory of their own that the runtime
+// writes into, made once and kept while the result is recycled for the next run; the others
+// the runtime allocates each time.
+struct RtResult : EvaluationResult, std::enable_shared_from_this<RtResult> {
+    std::shared_ptr<RtModel> model;
+    std::vector<Ort::Value> values;
+    std::vector<std::vector<std::uint8_t>> memory;
+    std::vector<::OrtValue*> raw;  // what Run fills in
+    bool use_fixed = true;         // cleared for a model whose outputs break their declaration
+};
+// One bound input: the runtime's tensor over memory the binding keeps, either a copy of the
+// host's bytes made by bindCopy (reused while kind and dims stay) or a created tensor's buffer.
+struct InputSlot {
+    std::string name;
+    std::uint32_t kind = tensor_kind::Undefined;
+    std::vector<std::uint64_t> dims;
+    std::vector<std::uint8_t> own;
+    std::shared_ptr<RtValue> source;
+    Ort::Value tensor{nullptr};
+};
+struct RtBinding : Binding {
+    std::shared_ptr<RtSession> session;
+    std::vector<InputSlot> inputs;
+    std::vector<const char*> input_names;  // what Run takes, kept in step with `inputs`
+    std::vector<const ::OrtValue*> input_values;
+    std::shared_ptr<RtResult> last;  // recycled when nobody else holds it
 };
 
 const Ort::MemoryInfo& cpuMemory() {
@@ -167,47 +196,153 @@ const Ort::MemoryInfo& cpuMemory() {
 }
 
 template <class T>
-void copyTensor(const Ort::Value& value, std::size_t count, void* out) {
-    std::memcpy(out, value.GetTensorData<T>(), count * sizeof(T));
-}
-struct OrtResult : EvaluationResult {
-    std::map<std::string, std::shared_ptr<OrtValue>> outputs;
-};
-
-template <class T>
 TensorValues valuesAs(const Ort::Value& value, std::size_t count) {
     const T* p = value.GetTensorData<T>();
     return std::vector<T>(p, p + count);
 }
 
+const Ort::Value& outputOf(const RtValue& value) {
+    if (!value.result) fail("the value is not an evaluated output");
+    return value.result->values[value.index];
+}
+
+// The slot bound under `name`, made if there is none; the model must have that input.
+InputSlot& slotFor(RtBinding& b, const std::string& name) {
+    for (auto& slot : b.inputs)
+        if (slot.name == name) return slot;
+    const auto& inputs = b.session->model->input_names;
+    if (std::find(inputs.begin(), inputs.end(), name) == inputs.end())
+        fail("the model has no input named " + name);
+    b.inputs.emplace_back().name = name;
+    return b.inputs.back();
+}
+
+// Makes the slot's runtime tensor over `data` and brings Run's arrays up to date.
+void setSlotTensor(RtBinding& b, InputSlot& slot, void* data, std::size_t bytes,
+                   std::vector<std::int64_t> shape, ONNXTensorElementDataType type) {
+    // The layer table shows a scalar as one element of one dimension; the runtime checks
+    // ranks, so it gets the scalar back.
+    const auto& scalars = b.session->model->scalar_inputs;
+    if (shape.size() == 1 && shape[0] == 1 &&
+        std::find(scalars.begin(), scalars.end(), slot.name) != scalars.end())
+        shape.clear();
+    slot.tensor = guarded([&] {
+        return Ort::Value::CreateTensor(cpuMemory(), data, bytes, shape.data(), shape.size(), type);
+    });
+    b.input_names.clear();
+    b.input_values.clear();
+    for (const auto& s : b.inputs) {
+        b.input_names.push_back(s.name.c_str());
+        b.input_values.push_back(s.tensor);
+    }
+}
+
+// A shape's element count, after checking it as the runtime would when making the tensor.
+std::size_t checkedCount(const std::vector<std::int64_t>& shape, std::uint32_t kind, std::size_t bytes) {
+    std::size_t count = 1;
+    for (auto d : shape) {
+        if (d < 0) fail("a tensor dimension is negative");
+        count *= static_cast<std::size_t>(d);
+    }
+    if (count * elementSize(kind) != bytes) fail("the buffer size does not match the tensor's shape");
+    return count;
+}
+
+// Fresh output slots for a result: fixed-shape outputs get their memory now.
+void prepareOutputs(RtResult& r) {
+    const RtModel& m = *r.model;
+    const std::size_t n = m.output_names.size();
+    r.values.clear();
+    r.memory.assign(n, {});
+    r.raw.assign(n, nullptr);
+    for (std::size_t i = 0; i < n; ++i) {
+        r.values.emplace_back(nullptr);
+        if (!r.use_fixed || m.fixed_types[i] == ONNX_TENSOR_ELEMENT_DATA_TYPE_UNDEFINED) continue;
+        const auto& shape = m.fixed_shapes[i];
+        std::size_t count = 1;
+        for (auto d : shape) count *= static_cast<std::size_t>(d);
+        if (count == 0) continue;
+        r.memory[i].resize(count * elementSize(tensorKindOf(m.fixed_types[i])));
+        r.values[i] = guarded([&] {
+            return Ort::Value::CreateTensor(cpuMemory(), r.memory[i].data(), r.memory[i].size(),
+                                            shape.data(), shape.size(), m.fixed_types[i]);
+        });
+    }
+}
+
+// One run into the result's outputs: kept ones are written in place, the others allocated.
+void runInto(RtBinding& b, RtResult& r) {
+    const RtModel& m = *r.model;
+    for (std::size_t i = 0; i < r.values.size(); ++i) {
+        if (r.memory[i].empty()) r.values[i] = Ort::Value{nullptr};
+        r.raw[i] = r.values[i];
+    }
+    guarded([&] {
+        Ort::ThrowOnError(Ort::GetApi().Run(*m.session, nullptr, b.input_names.data(),
+                                            b.input_values.data(), b.input_names.size(),
+                                            m.output_name_pointers.data(), r.raw.size(), r.raw.data()));
+    });
+    for (std::size_t i = 0; i < r.values.size(); ++i)
+        if (r.memory[i].empty()) r.values[i] = Ort::Value{r.raw[i]};
+}
+
+std::size_t outputIndex(const RtResult& r, const std::string& name) {
+    const auto& names = r.model->output_names;
+    const auto it = std::find(names.begin(), names.end(), name);
+    if (it == names.end()) fail("the evaluation has no output named " + name);
+    return static_cast<std::size_t>(it - names.begin());
+}
+
+// Straight from the output's memory into the host's. The element type is the model's, as in
+// the layer table; the count comes from the byte size.
+void copyBytes(const void* from, std::size_t bytes, std::uint32_t kind, void* out,
+               std::uint64_t capacity) {
+    const std::size_t n = bytes / elementSize(kind);
+    checkCapacity(n, capacity);
+    if (kind == tensor_kind::Float16) {
+        const auto* p = static_cast<const Ort::Float16_t*>(from);
+        auto* f = static_cast<float*>(out);
+        for (std::size_t i = 0; i < n; ++i) f[i] = p[i].ToFloat();
+    } else if (n) {
+        std::memcpy(out, from, n * elementSize(kind));
+    }
+}
+
+void copyInto(const Ort::Value& v, std::uint32_t kind, void* out, std::uint64_t capacity) {
+    guarded([&] {
+        if (!v || !v.IsTensor()) fail("the value is not a tensor");
+        copyBytes(v.GetTensorRawData(), v.GetTensorSizeInBytes(), kind, out, capacity);
+    });
+}
+
 class OnnxRuntimePlatform final : public Platform {
 public:
-    std::shared_ptr<Stream> createStream() override { return std::make_shared<OrtStream>(); }
+    std::shared_ptr<Stream> createStream() override { return std::make_shared<RtStream>(); }
 
     void storeBytes(Stream& stream, const std::uint8_t* data, std::size_t size) override {
-        auto& bytes = handle_as<OrtStream>(stream).bytes;
+        auto& bytes = handle_as<RtStream>(stream).bytes;
         if (size) bytes.insert(bytes.end(), data, data + size);
     }
 
     std::shared_ptr<Buffer> writeBuffer(const std::uint8_t* data, std::size_t size) override {
-        auto buffer = std::make_shared<OrtBuffer>();
+        auto buffer = std::make_shared<RtBuffer>();
         if (size) buffer->bytes.assign(data, data + size);
         return buffer;
     }
 
     std::shared_ptr<StreamReference> createStreamReference(
         const std::shared_ptr<Stream>& stream) override {
-        auto ref = std::make_shared<OrtStreamReference>();
-        ref->stream = std::dynamic_pointer_cast<OrtStream>(stream);
+        auto ref = std::make_shared<RtStreamReference>();
+        ref->stream = std::dynamic_pointer_cast<RtStream>(stream);
         if (!ref->stream) fail("stream of another runtime");
         return ref;
     }
 
     std::shared_ptr<Model> loadModel(StreamReference& reference) override {
-        const auto& bytes = handle_as<OrtStreamReference>(reference).stream->bytes;
+        const auto& bytes = handle_as<RtStreamReference>(reference).stream->bytes;
         return guarded([&] {
             Ort::SessionOptions options;
-            auto model = std::make_shared<OrtModel>();
+            auto model = std::make_shared<RtModel>();
             model->session = std::make_shared<Ort::Session>(environment(), bytes.data(),
                                                             bytes.size(), options);
             Ort::AllocatorWithDefaultOptions allocator;
@@ -219,16 +354,32 @@ public:
                     info.GetTensorTypeAndShapeInfo().GetDimensionsCount() == 0)
                     model->scalar_inputs.push_back(model->input_names.back());
             }
-            for (std::size_t i = 0; i < model->session->GetOutputCount(); ++i)
+            for (std::size_t i = 0; i < model->session->GetOutputCount(); ++i) {
                 model->output_names.push_back(
                     model->session->GetOutputNameAllocated(i, allocator).get());
+                auto info = model->session->GetOutputTypeInfo(i);
+                std::vector<std::int64_t> shape;
+                auto type = ONNX_TENSOR_ELEMENT_DATA_TYPE_UNDEFINED;
+                if (info.GetONNXType() == ONNX_TYPE_TENSOR) {
+                    auto tensor = info.GetTensorTypeAndShapeInfo();
+                    shape = tensor.GetShape();
+                    const std::uint32_t kind = tensorKindOf(tensor.GetElementType());
+                    const bool fixed = std::none_of(shape.begin(), shape.end(),
+                                                    [](std::int64_t d) { return d < 0; });
+                    if (fixed && kind != tensor_kind::Undefined && kind != tensor_kind::String &&
+                        kind != tensor_kind::Complex64 && kind != tensor_kind::Complex128)
+                        type = tensor.GetElementType();
+                }
+                model->fixed_shapes.push_back(std::move(shape));
+                model->fixed_types.push_back(type);
+            }
             for (const auto& name : model->output_names) model->output_name_pointers.push_back(name.c_str());
             return model;
         });
     }
 
     std::vector<FeatureDescription> inputFeatures(Model& model) override {
-        auto& m = handle_as<OrtModel>(model);
+        auto& m = handle_as<RtModel>(model);
         return guarded([&] {
             std::vector<FeatureDescription> out;
             for (std::size_t i = 0; i < m.input_names.size(); ++i)
@@ -238,7 +389,7 @@ public:
     }
 
     std::vector<FeatureDescription> outputFeatures(Model& model) override {
-        auto& m = handle_as<OrtModel>(model);
+        auto& m = handle_as<RtModel>(model);
         return guarded([&] {
             std::vector<FeatureDescription> out;
             for (std::size_t i = 0; i < m.output_names.size(); ++i)
@@ -248,123 +399,135 @@ public:
     }
 
     std::shared_ptr<Device> createDevice(DeviceKind kind) override {
-        auto device = std::make_shared<OrtDevice>();
+        auto device = std::make_shared<RtDevice>();
         device->kind = kind;
         return device;
     }
 
     std::shared_ptr<Session> createSession(const std::shared_ptr<Model>& model,
                                            const std::shared_ptr<Device>& device) override {
-        auto session = std::make_shared<OrtSession>();
-        session->model = std::dynamic_pointer_cast<OrtModel>(model);
-        session->device = std::dynamic_pointer_cast<OrtDevice>(device);
+        auto session = std::make_shared<RtSession>();
+        session->model = std::dynamic_pointer_cast<RtModel>(model);
+        session->device = std::dynamic_pointer_cast<RtDevice>(device);
         if (!session->model || !session->device) fail("model or device of another runtime");
         return session;
     }
 
     std::shared_ptr<Binding> createBinding(const std::shared_ptr<Session>& session) override {
-        auto binding = std::make_shared<OrtBinding>();
-        binding->session = std::dynamic_pointer_cast<OrtSession>(session);
+        auto binding = std::make_shared<RtBinding>();
+        binding->session = std::dynamic_pointer_cast<RtSession>(session);
         if (!binding->session) fail("session of another runtime");
         return binding;
     }
 
     std::shared_ptr<Value> createTensor(std::uint32_t kind, const std::vector<std::int64_t>& shape,
                                         const std::shared_ptr<Buffer>& buffer) override {
-        auto value = std::make_shared<OrtValue>();
-        value->buffer = std::dynamic_pointer_cast<OrtBuffer>(buffer);
+        auto value = std::make_shared<RtValue>();
+        value->buffer = std::dynamic_pointer_cast<RtBuffer>(buffer);
         if (!value->buffer) fail("buffer of another runtime");
         value->type = elementTypeOf(kind);
-        value->shape = shape;
         // Checked now, as the runtime would when making the tensor, not at evaluation.
-        std::size_t count = 1;
-        for (auto d : shape) {
-            if (d < 0) fail("a tensor dimension is negative");
-            count *= static_cast<std::size_t>(d);
-        }
-        if (count * elementSize(kind) != value->buffer->bytes.size())
-            fail("the buffer size does not match the tensor's shape");
+        checkedCount(shape, kind, value->buffer->bytes.size());
+        value->shape = shape;
         return value;
     }
 
     void bind(Binding& binding, const std::string& name,
               const std::shared_ptr<Value>& value) override {
-        auto& b = handle_as<OrtBinding>(binding);
-        const auto& inputs = b.session->model->input_names;
-        if (std::find(inputs.begin(), inputs.end(), name) == inputs.end())
-            fail("the model has no input named " + name);
-        b.values[name] = value;
+        auto& b = handle_as<RtBinding>(binding);
+        auto& v = handle_as<RtValue>(*value);
+        if (!v.buffer) fail("only created tensors can be bound");
+        InputSlot& slot = slotFor(b, name);
+        slot.kind = tensor_kind::Undefined;  // not reused by bindCopy
+        slot.own.clear();
+        slot.source = std::static_pointer_cast<RtValue>(value);
+        setSlotTensor(b, slot, v.buffer->bytes.data(), v.buffer->bytes.size(), v.shape, v.type);
+    }
+
+    // The copy goes into memory the binding keeps for the input, so an unchanged input costs
+    // one memcpy and no allocation.
+    void bindCopy(Binding& binding, const std::string& name, std::uint32_t kind,
+                  const std::vector<std::uint64_t>& dims, const void* data,
+                  std::size_t bytes) override {
+        auto& b = handle_as<RtBinding>(binding);
+        InputSlot* slot = nullptr;
+        for (auto& s : b.inputs)
+            if (s.name == name) slot = &s;
+        if (!slot || slot->source || slot->kind != kind || slot->dims != dims) {
+            const ONNXTensorElementDataType type = elementTypeOf(kind);
+            const std::vector<std::int64_t> shape(dims.begin(), dims.end());
+            checkedCount(shape, kind, bytes);
+            slot = &slotFor(b, name);
+            slot->source.reset();
+            slot->kind = tensor_kind::Undefined;  // until its tensor exists
+            slot->own.assign(bytes, 0);
+            setSlotTensor(b, *slot, slot->own.data(), bytes, shape, type);
+            slot->kind = kind;
+            slot->dims = dims;
+        }
+        if (bytes) std::memcpy(slot->own.data(), data, bytes);
     }
 
     std::shared_ptr<EvaluationResult> evaluate(Session& session, Binding& binding,
                                                const std::string&) override {
-        auto& s = handle_as<OrtSession>(session);
-        auto& b = handle_as<OrtBinding>(binding);
-        auto outputs = guarded([&] {
-            std::vector<const char*> input_names;
-            std::vector<Ort::Value> inputs;
-            input_names.reserve(b.values.size());
-            inputs.reserve(b.values.size());
-            for (auto& [name, value] : b.values) {
-                auto& v = handle_as<OrtValue>(*value);
-                std::vector<std::int64_t> shape = v.shape;
-                // The layer table shows a scalar as one element of one dimension; the
-                // runtime checks ranks, so it gets the scalar back.
-                const auto& scalars = s.model->scalar_inputs;
-                if (shape.size() == 1 && shape[0] == 1 &&
-                    std::find(scalars.begin(), scalars.end(), name) != scalars.end())
-                    shape.clear();
-                input_names.push_back(name.c_str());
-                inputs.push_back(Ort::Value::CreateTensor(cpuMemory(), v.buffer->bytes.data(),
-                                                          v.buffer->bytes.size(), shape.data(),
-                                                          shape.size(), v.type));
-            }
-            const auto& output_names = s.model->output_name_pointers;
-            return s.model->session->Run(Ort::RunOptions{nullptr}, input_names.data(),
-                                         inputs.data(), inputs.size(), output_names.data(),
-                                         output_names.size());
-        });
-        auto result = std::make_shared<OrtResult>();
-        for (std::size_t i = 0; i < outputs.size(); ++i) {
-            auto value = std::make_shared<OrtValue>();
-            value->value = std::move(outputs[i]);
-            result->outputs[s.model->output_names[i]] = value;
+        auto& s = handle_as<RtSession>(session);
+        auto& b = handle_as<RtBinding>(binding);
+        // A result still held elsewhere keeps its values; the next run gets a new one.
+        if (!b.last || b.last.use_count() > 1 || b.last->model != s.model) {
+            auto fresh = std::make_shared<RtResult>();
+            fresh->model = s.model;
+            if (b.last) fresh->use_fixed = b.last->use_fixed;
+            prepareOutputs(*fresh);
+            b.last = std::move(fresh);
         }
-        return result;
+        RtResult& r = *b.last;
+        try {
+            runInto(b, r);
+        } catch (const PlatformError&) {
+            bool any_fixed = false;
+            for (const auto& m : r.memory) any_fixed |= !m.empty();
+            if (!any_fixed) throw;
+            // A model may compute outputs of other shapes than it declares: run again with
+            // the runtime allocating them, and keep to that if it was what it took.
+            r.use_fixed = false;
+            prepareOutputs(r);
+            try {
+                runInto(b, r);
+            } catch (const PlatformError&) {
+                r.use_fixed = true;
+                prepareOutputs(r);
+                throw;
+            }
+        }
+        return b.last;
     }
 
     std::shared_ptr<Value> lookupOutput(EvaluationResult& result,
                                         const std::string& name) override {
-        auto& r = handle_as<OrtResult>(result);
-        auto it = r.outputs.find(name);
-        if (it == r.outputs.end()) fail("the evaluation has no output named " + name);
-        return it->second;
+        auto& r = handle_as<RtResult>(result);
+        auto value = std::make_shared<RtValue>();
+        value->index = outputIndex(r, name);
+        value->result = std::static_pointer_cast<const RtResult>(r.shared_from_this());
+        return value;
     }
 
-    // Straight from the runtime's output memory into the host's.
+    void copyOutput(EvaluationResult& result, const std::string& name, std::uint32_t kind,
+                    void* out, std::uint64_t capacity) override {
+        auto& r = handle_as<RtResult>(result);
+        const std::size_t i = outputIndex(r, name);
+        // An output in memory of its own needs no questions to the runtime.
+        if (r.memory[i].empty())
+            copyInto(r.values[i], kind, out, capacity);
+        else
+            copyBytes(r.memory[i].data(), r.memory[i].size(), kind, out, capacity);
+    }
+
     void copyValues(Value& value, std::uint32_t kind, void* out, std::uint64_t capacity) override {
-        const auto& v = handle_as<OrtValue>(value).value;
-        guarded([&] {
-            if (!v.IsTensor()) fail("the value is not a tensor");
-            // The element type is the model's, as in the layer table; the count comes from the
-            // tensor's byte size, which needs no type-information object per inference.
-            const std::size_t n = v.GetTensorSizeInBytes() / elementSize(kind);
-            checkCapacity(n, capacity);
-            switch (kind) {
-                case tensor_kind::Float16: {
-                    const auto* p = v.GetTensorData<Ort::Float16_t>();
-                    auto* f = static_cast<float*>(out);
-                    for (std::size_t i = 0; i < n; ++i) f[i] = p[i].ToFloat();
-                    return;
-                }
-                case tensor_kind::Boolean: return copyTensor<bool>(v, n, out);
-                default: std::memcpy(out, v.GetTensorRawData(), n * elementSize(kind)); return;
-            }
-        });
+        copyInto(outputOf(handle_as<RtValue>(value)), kind, out, capacity);
     }
 
     TensorValues readValues(Value& value, std::uint32_t kind) override {
-        const auto& v = handle_as<OrtValue>(value).value;
+        const auto& v = outputOf(handle_as<RtValue>(value));
         return guarded([&]() -> TensorValues {
             if (!v.IsTensor()) fail("the value is not a tensor");
             auto info = v.GetTensorTypeAndShapeInfo();

@@ -388,25 +388,23 @@ void windows_ml::infer() {
     for (const auto& [name, entry] : record.inputs) {
         if (!isHandledKind(entry.kind)) raise("tensor type is not supported.");
         if (!entry.data) continue;
-
         // The platform tensor gets its own copy: host memory is never aliased.
         const std::size_t bytes = elementCount(entry.dims) * TensorPrecisionTable(entry.kind).size;
-        auto buffer = platform.writeBuffer(static_cast<const std::uint8_t*>(entry.data), bytes);
-        std::vector<std::int64_t> shape(entry.dims.begin(), entry.dims.end());
-        auto tensor = platform.createTensor(entry.kind, shape, buffer);
-        platform.bind(*record.binding, name, tensor);
+        platform.bindCopy(*record.binding, name, entry.kind, entry.dims, entry.data, bytes);
     }
 
-    // Success is not examined here: a failed evaluation surfaces when outputs are read.
+    // Success is not examined here: a failed evaluation surfaces when outputs are read. The
+    // previous result is let go first, so that a runtime may reuse its memory for this one.
+    record.evaluation_result.reset();
     record.evaluation_result = platform.evaluate(*record.session, *record.binding, "");
 
     for (const auto& [name, entry] : record.outputs) {
         if (!entry.data) continue;  // dynamic outputs the host did not set up
         if (!isHandledKind(entry.kind)) raise("tensor type is not supported.");
-        auto value = platform.lookupOutput(*record.evaluation_result, name);
         // Written in the element type of the kind's tensor view; a model whose output exceeds
         // the layer's dims gets an error, not an overrun.
-        platform.copyValues(*value, entry.kind, entry.data, elementCount(entry.dims));
+        platform.copyOutput(*record.evaluation_result, name, entry.kind, entry.data,
+                            elementCount(entry.dims));
     }
 }
 
