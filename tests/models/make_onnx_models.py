@@ -99,9 +99,24 @@ def half():
          {"h": h}, {"doubled": h * np.float16(2)}, [two])
 
 
+def misdeclared():
+    # Declares its output as [1, 4] but computes [1, n]: the data uses n = 2.
+    x = rng.standard_normal((1, 4)).astype(np.float32)
+    n = np.array([2], dtype=np.int64)
+    starts = numpy_helper.from_array(np.array([0], dtype=np.int64), "starts")
+    axes = numpy_helper.from_array(np.array([1], dtype=np.int64), "axes")
+    save("misdeclared",
+         [helper.make_node("Slice", ["x", "starts", "n", "axes"], ["y"])],
+         [helper.make_tensor_value_info("x", TensorProto.FLOAT, [1, 4]),
+          helper.make_tensor_value_info("n", TensorProto.INT64, [1])],
+         [helper.make_tensor_value_info("y", TensorProto.FLOAT, [1, 4])],
+         {"x": x, "n": n}, {"y": x[:, :2]}, [starts, axes])
+
+
 if __name__ == "__main__":
     os.makedirs(OUT, exist_ok=True)
     static_two_io()
     dynamic_batch()
     mixed_types()
     half()
+    misdeclared()

@@ -1,6 +1,7 @@
 // The WindowsML back-end running the repository's ONNX models on ONNX Runtime.
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cstring>
 #include <filesystem>
 #include <fstream>
@@ -115,6 +116,49 @@ TEST(WindowsMlOnnxRuntime, HalfPrecisionComesOutAsFloats) {
     engine.infer();
     const auto* own = static_cast<const float*>(engine.getLayerData("doubled"));
     EXPECT_EQ(std::vector<float>(own, own + 4), data<float>("half.doubled.out.bin"));
+}
+
+// The runtime's tensors outlive one inference: each run must still see this run's inputs
+// and leave this run's outputs, whatever changed in between.
+TEST(WindowsMlOnnxRuntime, EveryRunSeesItsOwnInputsAndShapes) {
+    windows_ml engine;
+    create(engine, "s", "static_two_io");
+    auto a = data<float>("static_two_io.a.in.bin");
+    auto b = data<float>("static_two_io.b.in.bin");
+    engine.setLayerData("a", std::any(static_cast<void*>(a.data())), {1, 2, 3}, false);
+    engine.setLayerData("b", std::any(static_cast<void*>(b.data())), {1, 2, 3}, false);
+    engine.infer();
+    a[0] += 1.0f;  // changed in place, then a buffer of its own
+    std::vector<float> b2(6, 2.0f);
+    engine.setLayerData("b", std::any(static_cast<void*>(b2.data())), {1, 2, 3}, false);
+    engine.infer();
+    EXPECT_EQ(layer<float>(engine, "sum", 6)[0], a[0] + 2.0f);
+    EXPECT_EQ(layer<float>(engine, "product", 6)[5], a[5] * 2.0f);
+
+    // A dynamic batch that shrinks and grows again.
+    create(engine, "d", "dynamic_batch");
+    auto x = data<float>("dynamic_batch.x.in.bin");
+    const auto expected = data<float>("dynamic_batch.y.out.bin");
+    std::vector<float> y(12, -99.0f);
+    for (std::uint64_t batch : {3, 1, 3}) {
+        engine.setLayerData("x", std::any(static_cast<void*>(x.data())), {batch, 4}, false);
+        engine.setLayerData("y", std::any(static_cast<void*>(y.data())), {batch, 4}, false);
+        engine.infer();
+        EXPECT_TRUE(std::equal(y.begin(), y.begin() + 4 * batch, expected.begin())) << batch;
+    }
+
+    // A model whose output is not the shape it declares still runs, run after run.
+    create(engine, "m", "misdeclared");
+    auto mx = data<float>("misdeclared.x.in.bin");
+    std::vector<std::int64_t> n{2};
+    engine.setLayerData("x", std::any(static_cast<void*>(mx.data())), {1, 4}, false);
+    engine.setLayerData("n", std::any(static_cast<void*>(n.data())), {1}, false);
+    engine.infer();
+    const auto two = data<float>("misdeclared.y.out.bin");
+    EXPECT_EQ(layer<float>(engine, "y", 4), (std::vector<float>{two[0], two[1], 0.0f, 0.0f}));
+    n[0] = 4;
+    engine.infer();
+    EXPECT_EQ(layer<float>(engine, "y", 4), mx);
 }
 
 TEST(WindowsMlOnnxRuntime, BadModelIsTheRuntimesErrorAndLeavesTheEngineUsable) {
