@@ -54,7 +54,17 @@ struct LayerPort {
     ov::Output<const ov::Node> port;
     ov::element::Type type;
     bool dynamic = false;
+    bool output = false;              // the name is an output's (and no input's)
     std::vector<std::uint64_t> dims;  // the declared dims of a static layer
+    // The last two tensors bound to the layer: a host that alternates two buffers (state fed
+    // back) gets the same tensors again, which the runtime takes faster than new ones.
+    struct Bound {
+        ov::Tensor tensor;
+        void* data = nullptr;
+        std::vector<std::uint64_t> dims;
+    };
+    Bound recent[2];
+    int next = 0;
 };
 
 struct VinoNetworkRecord {
@@ -72,7 +82,7 @@ struct VinoNetworkRecord {
     std::uint64_t slot_key = 0;
     std::map<std::uint64_t, CompiledSlot> slots;
     std::unordered_map<std::string, LayerPort> layers;  // inputs win over outputs of a name
-    std::vector<std::string> dynamic_outputs;           // whose dims are known only after infer
+    bool inferred = false;  // dynamic outputs have the dims of the last inference from now on
 };
 
 struct vino_InferenceEngine {
@@ -197,7 +207,7 @@ const std::map<ov::element::Type_t, std::pair<const char*, std::uint64_t>>& prec
 }
 
 // The layer's port facts; null when the network has no such layer.
-const LayerPort* findLayer(const VinoNetworkRecord& record, const std::string& layer) {
+LayerPort* findLayer(VinoNetworkRecord& record, const std::string& layer) {
     const auto it = record.layers.find(layer);
     return it == record.layers.end() ? nullptr : &it->second;
 }
@@ -786,17 +796,19 @@ void openvino::innerCreateNetwork(const std::string& networkIdentifier,
         record.output_names.push_back(name);
     }
     record.layers.clear();
-    record.dynamic_outputs.clear();
-    auto addLayer = [&](const std::string& name, ov::Output<const ov::Node> port) {
-        LayerPort entry{port, port.get_element_type(), port.get_partial_shape().is_dynamic(), {}};
+    record.inferred = false;
+    auto addLayer = [&](const std::string& name, ov::Output<const ov::Node> port, bool output) {
+        LayerPort entry;
+        entry.port = port;
+        entry.type = port.get_element_type();
+        entry.dynamic = port.get_partial_shape().is_dynamic();
+        entry.output = output;
         if (!entry.dynamic) entry.dims = toDims(port.get_shape());
         record.layers.emplace(name, std::move(entry));  // an input keeps a name it shares
     };
     const std::shared_ptr<const ov::Model> model = record.model;
-    for (const auto& name : record.input_names) addLayer(name, model->input(name));
-    for (const auto& name : record.output_names) addLayer(name, model->output(name));
-    for (const auto& output : record.model->outputs())
-        if (output.get_partial_shape().is_dynamic()) record.dynamic_outputs.push_back(output.get_any_name());
+    for (const auto& name : record.input_names) addLayer(name, model->input(name), false);
+    for (const auto& name : record.output_names) addLayer(name, model->output(name), true);
 
     if (engine.log_callback) {
         auto listText = [](const std::vector<std::string>& names) {
@@ -859,7 +871,7 @@ void openvino::setLayerData(const std::string& layer, std::any data,
     if (!data.has_value()) raise("data parameter is null.");
     if (dims.empty()) raise("data_dims parameter is empty.");
     auto& record = currentRecord(state(engine_));
-    const LayerPort* entry = findLayer(record, layer);
+    LayerPort* entry = findLayer(record, layer);
     if (!entry) raise("[{}] is not found in input and output layers.", layer);
 
     // A dynamic layer takes its dims from the host.
@@ -875,16 +887,25 @@ void openvino::setLayerData(const std::string& layer, std::any data,
     if (*pointer == nullptr) raise("data parameter is null.");
 
     // Bound, not copied: the layer's own element type, whatever the pointer's type says.
-    const ov::Tensor tensor(entry->type, ov::Shape(dims.begin(), dims.end()), *pointer);
-    currentRequest(record).set_tensor(layer, tensor);
+    LayerPort::Bound* bound = nullptr;
+    for (auto& recent : entry->recent)
+        if (recent.tensor && recent.data == *pointer && recent.dims == dims) bound = &recent;
+    if (!bound) {
+        bound = &entry->recent[entry->next];
+        entry->next ^= 1;
+        *bound = {ov::Tensor(entry->type, ov::Shape(dims.begin(), dims.end()), *pointer), *pointer, dims};
+    }
+    currentRequest(record).set_tensor(layer, bound->tensor);
     if (entry->dynamic) record.layer_data_state[layer] = dims;
 }
 
 namespace {
 
-// A dynamic layer whose dims nobody has given yet fails with the runtime's own text.
+// A dynamic layer whose dims nobody has given yet fails with the runtime's own text. An
+// output has them once an inference has run.
 void requireKnownDims(const VinoNetworkRecord& record, const LayerPort& entry, const std::string& layer) {
     if (!entry.dynamic || record.layer_data_state.contains(layer)) return;
+    if (entry.output && record.inferred) return;
     try {
         entry.port.get_shape();
     } catch (const ov::Exception& e) {
@@ -910,6 +931,10 @@ const std::vector<std::uint64_t> openvino::getLayerDims(const std::string& layer
     if (!entry) raise("{} is not found in input and output layers.", layer);
     if (!entry->dynamic) return entry->dims;
     requireKnownDims(record, *entry, layer);
+    // A dynamic output's dims are the last inference's, asked when wanted rather than
+    // recorded by every inference.
+    if (entry->output && record.inferred)
+        return toDims(currentRequest(record).get_tensor(layer).get_shape());
     return record.layer_data_state.at(layer);
 }
 
@@ -925,12 +950,8 @@ std::tuple<std::string, std::uint64_t> openvino::getLayerPrecision(const std::st
 
 void openvino::infer() {
     auto& record = currentRecord(state(engine_));
-    ov::InferRequest& request = currentRequest(record);
-    request.infer();
-    // A dynamic output's dims are known only now; keeping them lets the host read it
-    // without binding a buffer of its own first.
-    for (const auto& name : record.dynamic_outputs)
-        record.layer_data_state[name] = toDims(request.get_tensor(name).get_shape());
+    currentRequest(record).infer();
+    record.inferred = true;
 }
 
 // ---------------------------------------------------------------------------------

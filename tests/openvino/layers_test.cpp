@@ -109,6 +109,14 @@ TEST_F(OpenvinoLayers, DynamicLayersTakeTheHostsDims) {
     EXPECT_EQ(backend.getLayerDims("y"), (std::vector<std::uint64_t>{3, 2}));
     test::expectMatches(backend.getLayerData("y"), reference("dynamic", "out", "y"), "dynamic/y");
 
+    // The same memory with fewer rows, then all of them again: each inference's own dims.
+    for (std::uint64_t rows : {1, 3}) {
+        backend.setLayerData("x", static_cast<void*>(x.bytes.data()), {rows, 4});
+        backend.infer();
+        EXPECT_EQ(backend.getLayerDims("y"), (std::vector<std::uint64_t>{rows, 2}));
+    }
+    test::expectMatches(backend.getLayerData("y"), reference("dynamic", "out", "y"), "dynamic/y");
+
     // A rank the model cannot take is the runtime's refusal.
     EXPECT_ANY_THROW(backend.setLayerData("x", static_cast<void*>(x.bytes.data()), {12}));
 }
