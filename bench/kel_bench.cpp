@@ -77,14 +77,27 @@ void fillRandom(Layer& l, std::mt19937& rng) {
     }
 }
 
+double pick(std::vector<double> v, double q) {
+    if (v.empty()) return 0;
+    std::sort(v.begin(), v.end());
+    return v[static_cast<size_t>(q * static_cast<double>(v.size() - 1) + 0.5)];
+}
+
 struct Stats {
     std::vector<double> creation_ms, first_us, latency_us;
-    double pick(std::vector<double> v, double q) const {
-        if (v.empty()) return 0;
-        std::sort(v.begin(), v.end());
-        return v[static_cast<size_t>(q * static_cast<double>(v.size() - 1) + 0.5)];
-    }
+    std::vector<double> block_p50;  // the median of each latency block, in run order
+    double pick(const std::vector<double>& v, double q) const { return ::pick(v, q); }
 };
+
+// The median over neighbouring kel and raw measurements of kel / raw. Noise from outside
+// (other machines on the host, frequency changes) comes in bursts that hit one pair and not
+// the next; the median of the pairs' ratios keeps them out where pooled figures do not.
+double pairedRatio(const std::vector<double>& kel, const std::vector<double>& raw) {
+    std::vector<double> ratios;
+    for (size_t i = 0; i < std::min(kel.size(), raw.size()); ++i)
+        if (raw[i] > 0) ratios.push_back(kel[i] / raw[i]);
+    return pick(ratios, .5);
+}
 
 // One side of a comparison: create, run once, run repeatedly.
 struct Runner {
@@ -301,6 +314,11 @@ struct Row {
     double max_diff = 0;
 };
 
+// The runtimes' worker threads spin for a while after each run; on a machine of few cores
+// they would slow whatever comes next, the other side's work included. Untimed pauses at
+// each switch of side let them go to sleep first.
+void settle(int milliseconds) { std::this_thread::sleep_for(std::chrono::milliseconds(milliseconds)); }
+
 Row compare(Case& c, const std::string& engine, Runner kel, Runner raw, bool latency = true) {
     Row row{c.name, engine, {}, {}, 0};
     // Creation and first inference, alternating which side goes first.
@@ -310,6 +328,7 @@ Row compare(Case& c, const std::string& engine, Runner kel, Runner raw, bool lat
             Runner& run = k ? kel : raw;
             Stats& s = k ? row.kel : row.raw;
             resetState(c);
+            settle(20);
             auto t0 = Clock::now();
             run.create();
             s.creation_ms.push_back(microsSince(t0) / 1000.0);
@@ -338,11 +357,15 @@ Row compare(Case& c, const std::string& engine, Runner kel, Runner raw, bool lat
             const bool k = (side == 0) == (blk % 2 == 0);
             Runner& run = k ? kel : raw;
             Stats& s = k ? row.kel : row.raw;
+            settle(2);
+            std::vector<double> block;
             for (int i = 0; i < c.per_block; ++i) {
                 auto t0 = Clock::now();
                 run.infer();
-                s.latency_us.push_back(microsSince(t0));
+                block.push_back(microsSince(t0));
             }
+            s.latency_us.insert(s.latency_us.end(), block.begin(), block.end());
+            s.block_p50.push_back(pick(block, .5));
         }
     }
     return row;
@@ -353,6 +376,12 @@ std::string cell(double k, double r, const char* fmt) {
     std::snprintf(a, sizeof a, fmt, k);
     std::snprintf(b, sizeof b, fmt, r);
     std::snprintf(buf, sizeof buf, "%s / %s (%.3f)", a, b, r > 0 ? k / r : 0.0);
+    return buf;
+}
+
+std::string fixed3(double v) {
+    char buf[32];
+    std::snprintf(buf, sizeof buf, "%.3f", v);
     return buf;
 }
 
@@ -480,26 +509,30 @@ int main(int argc, char** argv) {
     }
 
     std::printf("Machine: %s\n\n", machine().c_str());
-    std::printf("Each cell: kel / raw (ratio kel/raw). Creation: median of %s; latency over %s.\n\n",
+    std::printf("Cells: kel / raw (ratio of the two). Creation: median of %s; latency over %s. "
+                "Paired ratios: the median over neighbouring kel and raw creations, or latency "
+                "blocks, of kel / raw.\n\n",
                 quick ? "1" : "9-15 creations", quick ? "a short run" : "alternating blocks");
-    std::printf("| model | engine | creation ms | first inference µs | min µs | p50 µs | p90 µs "
-                "| p99 µs | max abs diff |\n|---|---|---|---|---|---|---|---|---|\n");
+    std::printf("| model | engine | creation ms | creation, paired ratio | first inference µs | min µs "
+                "| p50 µs | p50, paired ratio | p90 µs | p99 µs | max abs diff |\n"
+                "|---|---|---|---|---|---|---|---|---|---|---|\n");
     for (auto& r : rows) {
         const Stats& k = r.kel;
         const Stats& w = r.raw;
+        const std::string creation =
+            cell(k.pick(k.creation_ms, .5), w.pick(w.creation_ms, .5), "%.1f") + " | " +
+            fixed3(pairedRatio(k.creation_ms, w.creation_ms)) + " | " +
+            cell(k.pick(k.first_us, .5), w.pick(w.first_us, .5), "%.0f");
         if (k.latency_us.empty()) {
-            std::printf("| %s | %s | %s | %s | | | | | %.1e |\n", r.model.c_str(), r.engine.c_str(),
-                        cell(k.pick(k.creation_ms, .5), w.pick(w.creation_ms, .5), "%.1f").c_str(),
-                        cell(k.pick(k.first_us, .5), w.pick(w.first_us, .5), "%.0f").c_str(),
-                        r.max_diff);
+            std::printf("| %s | %s | %s | | | | | | %.1e |\n", r.model.c_str(), r.engine.c_str(),
+                        creation.c_str(), r.max_diff);
             continue;
         }
         std::printf("| %s | %s | %s | %s | %s | %s | %s | %s | %.1e |\n", r.model.c_str(),
-                    r.engine.c_str(),
-                    cell(k.pick(k.creation_ms, .5), w.pick(w.creation_ms, .5), "%.1f").c_str(),
-                    cell(k.pick(k.first_us, .5), w.pick(w.first_us, .5), "%.0f").c_str(),
+                    r.engine.c_str(), creation.c_str(),
                     cell(k.pick(k.latency_us, 0), w.pick(w.latency_us, 0), "%.1f").c_str(),
                     cell(k.pick(k.latency_us, .5), w.pick(w.latency_us, .5), "%.1f").c_str(),
+                    fixed3(pairedRatio(k.block_p50, w.block_p50)).c_str(),
                     cell(k.pick(k.latency_us, .9), w.pick(w.latency_us, .9), "%.1f").c_str(),
                     cell(k.pick(k.latency_us, .99), w.pick(w.latency_us, .99), "%.1f").c_str(),
                     r.max_diff);

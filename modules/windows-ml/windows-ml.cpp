@@ -223,20 +223,23 @@ void windows_ml::createNetwork(const std::string& network_id, const std::string&
     if (files.size() != 1) raise("model file is {}, the number is not supported.", files.size());
     const auto& path = files[0];
     const std::size_t size = static_cast<std::size_t>(std::filesystem::file_size(path));
-    std::vector<char> bytes(size + 1, 0);
+    // Not zero-filled first: the read overwrites it, and a large model pays for every byte.
+    std::unique_ptr<char[]> storage(new char[size + 1]);
+    char* const bytes_data = storage.get();
+    bytes_data[size] = 0;
     {
         std::ifstream file(path, std::ios::binary);
         if (!file.is_open()) {
             wideErrorLine("cannot open file ", path);
             raise("cannot open file {}", utils::pathToString(path));
         }
-        if (!file.read(bytes.data(), static_cast<std::streamsize>(size))) {
+        if (!file.read(bytes_data, static_cast<std::streamsize>(size))) {
             wideErrorLine(fmt::format("cannot read {} bytes from file ", size), path);
             raise("cannot read {} bytes from file ", size);
         }
     }
     // The bytes live on in the model's stream; this copy goes when we return.
-    createNetwork(network_id, device, bytes.data(), size);
+    createNetwork(network_id, device, bytes_data, size);
 }
 
 void windows_ml::createNetwork(const std::string& network_id, const std::string& device,
