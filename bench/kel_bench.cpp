@@ -314,9 +314,10 @@ struct Row {
     double max_diff = 0;
 };
 
-// The runtimes' worker threads spin for a while after each run; on a machine of few cores
-// they would slow whatever comes next, the other side's work included. Untimed pauses at
-// each switch of side let them go to sleep first.
+// The runtimes' worker threads spin for a while after each run (ONNX Runtime's for tens of
+// milliseconds); on a machine of few cores they would slow whatever comes next, the other
+// side's work included (a convnet run takes twice as long right after the other session's).
+// Untimed pauses at each switch of side let them go to sleep first.
 void settle(int milliseconds) { std::this_thread::sleep_for(std::chrono::milliseconds(milliseconds)); }
 
 Row compare(Case& c, const std::string& engine, Runner kel, Runner raw, bool latency = true) {
@@ -328,7 +329,7 @@ Row compare(Case& c, const std::string& engine, Runner kel, Runner raw, bool lat
             Runner& run = k ? kel : raw;
             Stats& s = k ? row.kel : row.raw;
             resetState(c);
-            settle(20);
+            settle(100);
             auto t0 = Clock::now();
             run.create();
             s.creation_ms.push_back(microsSince(t0) / 1000.0);
@@ -357,7 +358,7 @@ Row compare(Case& c, const std::string& engine, Runner kel, Runner raw, bool lat
             const bool k = (side == 0) == (blk % 2 == 0);
             Runner& run = k ? kel : raw;
             Stats& s = k ? row.kel : row.raw;
-            settle(2);
+            settle(100);
             std::vector<double> block;
             for (int i = 0; i < c.per_block; ++i) {
                 auto t0 = Clock::now();
@@ -432,13 +433,13 @@ int main(int argc, char** argv) {
     std::mt19937 rng(8);
     std::vector<Case> cases;
     {
-        Case c{"digits", dir + "/digits.xml", dir + "/digits.onnx", {}, {}, {}, 200, 200, 100, 15};
+        Case c{"digits", dir + "/digits.xml", dir + "/digits.onnx", {}, {}, {}, 200, 40, 500, 15};
         c.inputs.push_back({"pixels", {1, 64}, ov::element::f32, {}, {}});
         c.outputs.push_back({"scores", {1, 10}, ov::element::f32, {}, {}});
         cases.push_back(c);
     }
     {
-        Case c{"silero_vad", "", argv[2], {}, {}, {}, 50, 100, 20, 9};
+        Case c{"silero_vad", "", argv[2], {}, {}, {}, 50, 40, 50, 9};
         c.inputs.push_back({"input", {1, 1536}, ov::element::f32, {}, {}});
         c.inputs.push_back({"sr", {}, ov::element::i64, {}, {}});
         c.inputs.push_back({"h", {2, 1, 64}, ov::element::f32, {}, {}});
@@ -450,7 +451,7 @@ int main(int argc, char** argv) {
         cases.push_back(c);
     }
     {
-        Case c{"convnet", dir + "/convnet.xml", dir + "/convnet.onnx", {}, {}, {}, 10, 60, 5, 9};
+        Case c{"convnet", dir + "/convnet.xml", dir + "/convnet.onnx", {}, {}, {}, 10, 30, 10, 9};
         c.inputs.push_back({"image", {1, 3, 128, 128}, ov::element::f32, {}, {}});
         c.outputs.push_back({"scores", {1, 10}, ov::element::f32, {}, {}});
         cases.push_back(c);
