@@ -217,18 +217,22 @@ InputSlot& slotFor(RtBinding& b, const std::string& name) {
     return b.inputs.back();
 }
 
-// Makes the slot's runtime tensor over `data` and brings Run's arrays up to date.
-void setSlotTensor(RtBinding& b, InputSlot& slot, void* data, std::size_t bytes,
-                   std::vector<std::int64_t> shape, ONNXTensorElementDataType type) {
+// The runtime's tensor for input `name` over `data`.
+Ort::Value inputTensor(const RtBinding& b, const std::string& name, void* data, std::size_t bytes,
+                       std::vector<std::int64_t> shape, ONNXTensorElementDataType type) {
     // The layer table shows a scalar as one element of one dimension; the runtime checks
     // ranks, so it gets the scalar back.
     const auto& scalars = b.session->model->scalar_inputs;
     if (shape.size() == 1 && shape[0] == 1 &&
-        std::find(scalars.begin(), scalars.end(), slot.name) != scalars.end())
+        std::find(scalars.begin(), scalars.end(), name) != scalars.end())
         shape.clear();
-    slot.tensor = guarded([&] {
+    return guarded([&] {
         return Ort::Value::CreateTensor(cpuMemory(), data, bytes, shape.data(), shape.size(), type);
     });
+}
+
+// Brings Run's arrays in step with the slots.
+void indexInputs(RtBinding& b) {
     b.input_names.clear();
     b.input_values.clear();
     for (const auto& s : b.inputs) {
@@ -437,11 +441,15 @@ public:
         auto& b = handle_as<RtBinding>(binding);
         auto& v = handle_as<RtValue>(*value);
         if (!v.buffer) fail("only created tensors can be bound");
+        Ort::Value tensor = inputTensor(b, name, v.buffer->bytes.data(), v.buffer->bytes.size(),
+                                        v.shape, v.type);
+        // The slot changes only once everything that can fail has succeeded.
         InputSlot& slot = slotFor(b, name);
         slot.kind = tensor_kind::Undefined;  // not reused by bindCopy
         slot.own.clear();
         slot.source = std::static_pointer_cast<RtValue>(value);
-        setSlotTensor(b, slot, v.buffer->bytes.data(), v.buffer->bytes.size(), v.shape, v.type);
+        slot.tensor = std::move(tensor);
+        indexInputs(b);
     }
 
     // The copy goes into memory the binding keeps for the input, so an unchanged input costs
@@ -457,13 +465,17 @@ public:
             const ONNXTensorElementDataType type = elementTypeOf(kind);
             const std::vector<std::int64_t> shape(dims.begin(), dims.end());
             checkedCount(shape, kind, bytes);
+            std::vector<std::uint8_t> memory(bytes);
+            Ort::Value tensor = inputTensor(b, name, memory.data(), bytes, shape, type);
+            // The slot changes only once everything that can fail has succeeded; the
+            // memory moves with its address, so the tensor stays over it.
             slot = &slotFor(b, name);
             slot->source.reset();
-            slot->kind = tensor_kind::Undefined;  // until its tensor exists
-            slot->own.assign(bytes, 0);
-            setSlotTensor(b, *slot, slot->own.data(), bytes, shape, type);
+            slot->own = std::move(memory);
+            slot->tensor = std::move(tensor);
             slot->kind = kind;
             slot->dims = dims;
+            indexInputs(b);
         }
         if (bytes) std::memcpy(slot->own.data(), data, bytes);
     }
