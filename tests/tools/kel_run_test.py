@@ -134,6 +134,7 @@ def bad_inputs(tmp):
         "text file as plugin": ["--plugin", text],
         "wrong engine": ["-m", static_xml, "-e", "TensorFlow"],
         "unknown device": ["-m", static_xml, "-d", "NOPE"],
+        "unknown device on WindowsML": ["-m", os.path.join(DATA, "onnx/static_two_io.onnx"), "-d", "NOPE"],
         "dynamic input without shape": ["-m", os.path.join(DATA, "openvino/dynamic.xml")],
         "wrong dims for a static input": ["-m", static_xml, "--shape", "data=[2,2]"],
     }

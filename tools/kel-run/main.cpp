@@ -303,6 +303,7 @@ EngineResult classifyDigits(Kel& kel, const std::string& engine, const std::stri
     r.version = kel.version(engine);
     const std::string id = "digits-" + engine;
     kel.registerModel(id, library);
+    kel.devices(engine);  // see runModel
     const auto t0 = Clock::now();
     kel.createByBuiltin(engine, id, device, id);
     r.creation_ms = std::chrono::duration<double, std::milli>(Clock::now() - t0).count();
@@ -553,12 +554,17 @@ int runModel(const Options& o) {
             }
             if (engine.empty()) throw KelError(o.plugin + " registered, but no engine lists its model");
         }
+        kel.devices(engine);
         const auto t0 = Clock::now();
         kel.createByBuiltin(engine, id, o.device, id);
         creation_ms = std::chrono::duration<double, std::milli>(Clock::now() - t0).count();
     } else {
         source = o.model;
         if (engine.empty()) engine = fs::path(o.model).extension() == ".onnx" ? "WindowsML" : "OpenVINO";
+        // The engine's device list is asked for first: the WindowsML engine checks a device
+        // name only once that list exists, and runs any name on the processor before. A
+        // mistyped device is to be the engine's error here, not a run on the processor.
+        kel.devices(engine);
         const auto t0 = Clock::now();
         kel.createByFiles(engine, id, o.device, o.model, o.weights);
         creation_ms = std::chrono::duration<double, std::milli>(Clock::now() - t0).count();
