@@ -96,7 +96,9 @@ KEL_C_API void kelGetSupportBuiltinModelID(void *handle, const char *engine_name
                                            char *builtin_model_id);
 
 /* ---- Networks ----------------------------------------------------------------------------
- * A created network becomes the current one; layer calls and kelInfer act on it. */
+ * A created network becomes the current one; layer calls and kelInfer act on it. The device
+ * name is checked by the engine: OpenVINO always; WindowsML only once its device list has
+ * been asked for (kelGetSupportDeviceNumber), and before that any name runs on the CPU. */
 
 /* From files: the model file, and its weights file or NULL (OpenVINO then looks beside the
  * model; WindowsML takes one .onnx file). */
