@@ -86,7 +86,6 @@ double pick(std::vector<double> v, double q) {
 struct Stats {
     std::vector<double> creation_ms, first_us, latency_us;
     std::vector<double> block_p50;  // the median of each latency block, in run order
-    double pick(const std::vector<double>& v, double q) const { return ::pick(v, q); }
 };
 
 // The median over neighbouring kel and raw measurements of kel / raw. Noise from outside
@@ -520,16 +519,16 @@ int main(int argc, char** argv) {
         const Stats& k = r.kel;
         const Stats& w = r.raw;
         const std::string creation =
-            cell(k.pick(k.creation_ms, .5), w.pick(w.creation_ms, .5), "%.1f") + " | " +
+            cell(pick(k.creation_ms, .5), pick(w.creation_ms, .5), "%.1f") + " | " +
             fixed3(pairedRatio(k.creation_ms, w.creation_ms)) + " | " +
-            cell(k.pick(k.first_us, .5), w.pick(w.first_us, .5), "%.0f");
+            cell(pick(k.first_us, .5), pick(w.first_us, .5), "%.0f");
         std::printf("| %s | %s | %s | %s | %s | %s | %s | %s | %.1e |\n", r.model.c_str(),
                     r.engine.c_str(), creation.c_str(),
-                    cell(k.pick(k.latency_us, 0), w.pick(w.latency_us, 0), "%.1f").c_str(),
-                    cell(k.pick(k.latency_us, .5), w.pick(w.latency_us, .5), "%.1f").c_str(),
+                    cell(pick(k.latency_us, 0), pick(w.latency_us, 0), "%.1f").c_str(),
+                    cell(pick(k.latency_us, .5), pick(w.latency_us, .5), "%.1f").c_str(),
                     fixed3(pairedRatio(k.block_p50, w.block_p50)).c_str(),
-                    cell(k.pick(k.latency_us, .9), w.pick(w.latency_us, .9), "%.1f").c_str(),
-                    cell(k.pick(k.latency_us, .99), w.pick(w.latency_us, .99), "%.1f").c_str(),
+                    cell(pick(k.latency_us, .9), pick(w.latency_us, .9), "%.1f").c_str(),
+                    cell(pick(k.latency_us, .99), pick(w.latency_us, .99), "%.1f").c_str(),
                     r.max_diff);
     }
     std::printf("\nmemcpy calibration (bytes the WindowsML path copies per inference, inputs in "
