@@ -33,3 +33,28 @@ add_custom_target(kel_stage_runtime
   ${_kel_stage_commands}
   COMMENT "Staging the OpenVINO and ONNX Runtime libraries beside libkel.so")
 add_dependencies(kel::onnxruntime kel_stage_runtime)
+
+# Installs the runtime libraries into <destination>, beside libkel.so, under the names the
+# staging gives them (the unversioned ones as relative links), so the installed tree works
+# wherever it is copied. The runtimes find their own plugins and helpers by $ORIGIN.
+function(kel_install_runtime destination)
+  set(links ${CMAKE_BINARY_DIR}/runtime-links)
+  file(MAKE_DIRECTORY ${links})
+  set(libraries)
+  foreach(f IN LISTS _kel_ov_files)
+    get_filename_component(n "${f}" NAME)
+    # The C API and the wheel's pkg-config file are not kel's to ship.
+    if(n MATCHES "^libopenvino_c\\.so|\\.pc$")
+      continue()
+    endif()
+    list(APPEND libraries "${f}")
+    if(n MATCHES "^(libopenvino(_[a-z_]+)?)\\.so\\.[0-9]+$")
+      file(CREATE_LINK "${n}" "${links}/${CMAKE_MATCH_1}.so" SYMBOLIC)
+      list(APPEND libraries "${links}/${CMAKE_MATCH_1}.so")
+    endif()
+  endforeach()
+  foreach(n libonnxruntime.so libonnxruntime.so.1 libonnxruntime_providers_shared.so)
+    list(APPEND libraries "${KEL_ORT_ROOT}/lib/${n}")
+  endforeach()
+  install(FILES ${libraries} DESTINATION ${destination})
+endfunction()

@@ -5,7 +5,10 @@ set -euo pipefail
 
 ROOT="$(cd "$(dirname "${BASH_SOURCE[0]}")/.." && pwd)"
 CACHE="${KEL_CACHE:-$HOME/.cache/kel}"
-OPENVINO_VERSION="2025.4.1"
+# The OpenVINO release to build against. The default's C++ library uses the standard
+# (C++11) std::string ABI; the 2025 series (KEL_OPENVINO_VERSION=2025.4.1) uses the old one,
+# and kel's build follows whichever is installed.
+OPENVINO_VERSION="${KEL_OPENVINO_VERSION:-2026.4.1}"
 ORT_NPM="com.github.asus4.onnxruntime@0.4.9"
 ORT_VERSION="1.29.0"
 mkdir -p "$CACHE"
@@ -42,7 +45,8 @@ fi
 # --- Python tools: OpenVINO runtime (with C++ headers and CMake config), onnx, numpy
 PY="$(command -v python3)"
 PYTAG="$("$PY" -c 'import sys; print(f"cp{sys.version_info[0]}{sys.version_info[1]}")')"
-REQ="$ROOT/scripts/requirements.txt"
+REQ="$CACHE/requirements-$OPENVINO_VERSION.txt"
+{ cat "$ROOT/scripts/requirements.txt"; echo "openvino==$OPENVINO_VERSION"; } > "$REQ"
 REQ_HASH="$( (cat "$REQ"; echo "$PYTAG") | sha256sum | cut -c1-16)"
 WHEELS="$CACHE/wheels"
 if [ ! -f "$WHEELS/.ok-$REQ_HASH" ]; then

@@ -4,7 +4,7 @@ set -euo pipefail
 lib="$1"
 [ $# -eq 2 ] || { echo "usage: $0 libkel.so expected-exports.txt"; exit 2; }
 unexpected=$(nm -D --defined-only "$lib" | awk '{print $3}' | c++filt | grep -vE \
-  '^kel[A-Z]|^kel::MLEngine::(MLEngine|~MLEngine|operator=|[a-zA-Z]+)\(|^kel::KELException::|^(typeinfo|typeinfo name|vtable) for kel::KELException$' || true)
+  '^kel[A-Z]|^kel::MLEngine::(MLEngine|~MLEngine|operator=|[a-zA-Z]+)(\[abi:cxx11\])?\(|^kel::KELException::|^(typeinfo|typeinfo name|vtable) for kel::KELException$' || true)
 if [ -n "$unexpected" ]; then
   echo "unexpected exports:"; echo "$unexpected"; exit 1
 fi

@@ -4,6 +4,7 @@
 #include <gtest/gtest.h>
 
 #include <cstring>
+#include <openvino/core/version.hpp>
 #include <regex>
 
 #include "kel/c/kel.h"
@@ -158,7 +159,7 @@ TEST(PluginsList, IsExactlyTheEmptyListAndIsRemoved) {
 
 TEST(RuntimeVersion, IsTheRuntimeBuildNumber) {
     kel::openvino backend;
-    EXPECT_THAT(backend.version(), testing::StartsWith("2025."));
+    EXPECT_EQ(backend.version(), ov::get_openvino_version().buildNumber);
 }
 
 }  // namespace

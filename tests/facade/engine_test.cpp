@@ -28,7 +28,7 @@ TEST(Engine, FreshEngineListsBothEnginesAndHasNoCurrentNetwork) {
 TEST(Engine, VersionsAndTheirRefusals) {
     kel::MLEngine engine;
     EXPECT_EQ(engine.version(), "2025.10.23-78560f91(x64)");
-    EXPECT_THAT(engine.version("OpenVINO"), testing::StartsWith("2025.4"));
+    EXPECT_THAT(engine.version("OpenVINO"), MatchesRegex("20[0-9][0-9]\\.[0-9]+\\.[0-9]+-.*"));
     EXPECT_THAT(engine.version("WindowsML"), MatchesRegex("[0-9]+\\.[0-9]+\\.[0-9]+"));
     EXPECT_THAT(kel::test::thrownText([&] { engine.version(""); }), HasSubstr("\nEngine Name is empty!\n"));
     EXPECT_THAT(kel::test::thrownText([&] { engine.version("openvino"); }),

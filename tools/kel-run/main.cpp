@@ -17,6 +17,14 @@
 #include "kel_handle.hpp"
 #include "npy.hpp"
 
+// Where the built-in job's files are, relative to kel-run's own directory in an installed
+// tree (tried first, so a moved tree uses its own), then in the build tree.
+#ifndef KEL_RUN_INSTALLED_PLUGINS
+#define KEL_RUN_INSTALLED_PLUGINS "../lib/kel"
+#endif
+#ifndef KEL_RUN_INSTALLED_DIGITS
+#define KEL_RUN_INSTALLED_DIGITS "../share/kel/digits"
+#endif
 #ifndef KEL_RUN_DIGITS_DIR
 #define KEL_RUN_DIGITS_DIR "models"
 #endif
@@ -348,9 +356,22 @@ EngineResult classifyDigits(Kel& kel, const std::string& engine, const std::stri
     return r;
 }
 
+// The first of the directories that holds `file`; the last one when none does, so the
+// error names a place.
+std::string dirHolding(const std::vector<std::string>& dirs, const std::string& file) {
+    for (const auto& dir : dirs)
+        if (fs::exists(fs::path(dir) / file)) return dir;
+    return dirs.back();
+}
+
 int runDefault(const Options& o) {
-    const std::string bin = executableDir();
-    const std::string data = o.data_dir.empty() ? KEL_RUN_DIGITS_DIR : o.data_dir;
+    const std::string self_dir = executableDir();
+    const std::string bin = dirHolding({self_dir + "/" KEL_RUN_INSTALLED_PLUGINS, self_dir},
+                                       "libkel_digits_openvino.so");
+    const std::string data =
+        !o.data_dir.empty() ? o.data_dir
+                            : dirHolding({self_dir + "/" KEL_RUN_INSTALLED_DIGITS, KEL_RUN_DIGITS_DIR},
+                                         "digits_heldout_x.npy");
     NpyArray x, y;
     try {
         x = readNpy(data + "/digits_heldout_x.npy");

@@ -2,14 +2,15 @@
  * A C host (C11, no C++) walking the road of one request through kel's flat interface:
  * handle, engines, devices, networks from files, from buffers and from a plugin model
  * library, inputs, inference, outputs with their dims and precision, and the error channel.
- * Usage: kel_c_road <tests/data directory> <directory of the plugin model libraries>
+ * It is built outside kel's tree, against an installed kel, with pkg-config.
+ * Usage: road <tests/data directory> <plugin model library of onnx/static_two_io.onnx for WindowsML>
  */
 #include <math.h>
 #include <stdio.h>
 #include <stdlib.h>
 #include <string.h>
 
-#include "kel/c/kel.h"
+#include <kel/c/kel.h>
 
 static int failures = 0;
 #define CHECK(cond, ...)                                   \
@@ -109,7 +110,7 @@ static void run_static(void *kel, const char *what) {
 
 int main(int argc, char **argv) {
     if (argc != 3) {
-        fprintf(stderr, "usage: %s <data dir> <plugin dir>\n", argv[0]);
+        fprintf(stderr, "usage: %s <data dir> <plugin model library>\n", argv[0]);
         return 2;
     }
     data_dir = argv[1];
@@ -152,9 +153,7 @@ int main(int argc, char **argv) {
     run_static(kel, "buffers");
 
     /* A plugin model library for the other engine. */
-    char plugin[4096];
-    snprintf(plugin, sizeof plugin, "%s/libkel_pm_windowsml_two_io.so", argv[2]);
-    kelRegisterModelAsInnerIDwithString(kel, "two_io", plugin);
+    kelRegisterModelAsInnerIDwithString(kel, "two_io", argv[2]);
     CHECK(kelGetSupportBuiltinModelNumber(kel, "WindowsML") == 1, "inner model count");
     kelCreateNetByBuiltin(kel, "WindowsML", "plugin", "AUTO", "two_io");
     expect_clean(kel, "kelCreateNetByBuiltin");
