@@ -1,9 +1,11 @@
 #!/usr/bin/env bash
-# Sets up, builds and runs every test: the whole suite in the ordinary build (build/) and
-# again under AddressSanitizer + UndefinedBehaviorSanitizer (build-asan/), then a bounded
-# run of each fuzz target (build-fuzz/, clang + libFuzzer).
+# Sets up, builds and runs every test: the whole suite in the ordinary build (build/, with
+# the installed tree, the packages and the hosts built against them) and again under
+# AddressSanitizer + UndefinedBehaviorSanitizer (build-asan/), then a bounded run of each
+# fuzz target (build-fuzz/, clang + libFuzzer).
 #   KEL_TEST_ONLY=plain|asan|fuzz   run one part only
 #   KEL_FUZZ_SECONDS=<n>            seconds per fuzz target (default 55)
+#   KEL_FUZZ_SEED=<n>               the fuzzers' first seed (default: random)
 set -euo pipefail
 ROOT="$(cd "$(dirname "${BASH_SOURCE[0]}")/.." && pwd)"
 JOBS="${KEL_JOBS:-2}"

@@ -85,14 +85,15 @@ for t in "${TARGETS[@]}"; do
   extra=()
   [ "$t" = network_openvino ] && extra=(-detect_leaks=0)
   deadline=$(( $(date +%s) + SECONDS_EACH ))
-  start=0
+  starts=0
   executed=0
   while :; do
     left=$(( deadline - $(date +%s) ))
     [ "$left" -gt 0 ] || break
     seed_arg=()
-    [ -n "${KEL_FUZZ_SEED:-}" ] && seed_arg=(-seed=$(( KEL_FUZZ_SEED + start )))
-    log="$BUILD/findings/$t.$start.log"
+    [ -n "${KEL_FUZZ_SEED:-}" ] && seed_arg=(-seed=$(( KEL_FUZZ_SEED + starts )))
+    log="$BUILD/findings/$t.$starts.log"
+    starts=$(( starts + 1 ))
     # Each start in a temporary directory of its own, so nothing it leaves goes unnoticed.
     work="$(mktemp -d)"
     rc=0
@@ -109,12 +110,11 @@ for t in "${TARGETS[@]}"; do
     fi
     if [ "$rc" -ne 0 ] && [ "$(whose "$log")" = runtime ]; then
       runtime_findings=$(( runtime_findings + 1 ))
-      cp "$log" "$BUILD/runtime-findings/$t.$start.log"
+      cp "$log" "$BUILD/runtime-findings/"
       [ -e "${found[0]}" ] && cp "${found[@]}" "$BUILD/runtime-findings/"
-      echo "[fuzz] $t: a finding inside a runtime library (not a failure); see $BUILD/runtime-findings/$t.$start.log"
+      echo "[fuzz] $t: a finding inside a runtime library (not a failure); see $BUILD/runtime-findings/$(basename "$log")"
       grep -m 3 -E '^==[0-9]+==ERROR|leak of|^ *#1 ' "$log" | sed 's/^/[fuzz]   /' || true
       rm -rf "$work"
-      start=$(( start + 1 ))
       continue
     fi
     if [ "$rc" -ne 0 ]; then
@@ -124,7 +124,7 @@ for t in "${TARGETS[@]}"; do
     rm -rf "$work"
     break
   done
-  echo "[fuzz] $t executed $executed inputs in $(( start + 1 )) start(s)"
+  echo "[fuzz] $t executed $executed inputs in $starts start(s)"
 done
 [ "$runtime_findings" -eq 0 ] || echo "[fuzz] $runtime_findings finding(s) inside the runtimes, in $BUILD/runtime-findings/"
 exit $status
