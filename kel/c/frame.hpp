@@ -1,6 +1,8 @@
 #pragma once
 // The frame every flat function runs in: null handle and pending text make a call a no-op;
-// any standard exception becomes the handle's text and the function's failure value.
+// any exception becomes the handle's text and the function's failure value. Exceptions of
+// other types than std::exception are caught too: past an extern "C" function they would
+// end the host.
 #include <cstdint>
 #include <cstring>
 #include <source_location>
@@ -10,6 +12,7 @@
 #include <type_traits>
 #include <utility>
 
+#include "kel/c/foreign_exception.hpp"
 #include "kel/c/kel.h"
 #include "kel/common/error.hpp"
 #include "kel/cxx/MLEngine.hpp"
@@ -33,6 +36,8 @@ R frame(void* handle, R failure, Body&& body) {
         return std::forward<Body>(body)(*h->engine);
     } catch (const std::exception& e) {
         h->exception_string = e.what();
+    } catch (...) {
+        h->exception_string = foreignExceptionText();
     }
     return failure;
 }
@@ -46,6 +51,8 @@ void frame(void* handle, Body&& body) {
         std::forward<Body>(body)(*h->engine);
     } catch (const std::exception& e) {
         h->exception_string = e.what();
+    } catch (...) {
+        h->exception_string = foreignExceptionText();
     }
 }
 
@@ -95,6 +102,8 @@ void* create_handle(Make&& make) {
         h->engine = std::forward<Make>(make)();
     } catch (const std::exception& e) {
         h->exception_string = e.what();
+    } catch (...) {
+        h->exception_string = foreignExceptionText();
     }
     return h;
 }

@@ -44,6 +44,20 @@ struct PluginModelApi {
     }
 };
 
+// Runs a function of the plugin. What it throws becomes kel's error here, while the library
+// is still loaded: the exception object and its type live in the library's image, which
+// unwinding past this point may unload.
+template <class Fn, class... Args>
+auto pluginCall(const char* name, Fn fn, Args... args) -> decltype(fn(args...)) {
+    try {
+        return fn(args...);
+    } catch (const std::exception& e) {
+        raise("plugin model library function {} threw: {}", name, e.what());
+    } catch (...) {
+        raise("plugin model library function {} threw an exception of unknown type.", name);
+    }
+}
+
 // A text handed out by length, then by a copy of exactly that many bytes.
 template <class Length, class Copy>
 std::string readText(Length&& length, Copy&& copy) {
@@ -67,26 +81,31 @@ void MLEngine::registerModelAsInnerID(const std::string& inner_model_identifier,
 
     std::shared_ptr<void> library = utils::load_shared_object(library_path.wstring(), impl_->library_loaders[0]);
     const PluginModelApi api(library);
-    void* raw = api.create();
+    void* raw = pluginCall("kelModelCreate", api.create);
     if (!raw) raise("Register plugin model can not get the model information");
     // The model object's release needs the library's code: its owner keeps the library too.
-    std::shared_ptr<void> model(raw, [destroy = api.destroy, library](void* h) { destroy(h); });
+    std::shared_ptr<void> model(raw, [destroy = api.destroy, library](void* h) {
+        try {
+            destroy(h);
+        } catch (...) {  // a release cannot fail further; the library still goes
+        }
+    });
 
-    const int engines = api.engineNumber(raw);
+    const int engines = pluginCall("kelModelGetEngineNumber", api.engineNumber, raw);
     if (engines != 1) raise("Register plugin model have {} engines! Only 1 engine is allowed here.", engines);
-    const std::string engine = readText([&] { return api.engineNameLength(raw, 0); },
-                                        [&](char* out) { api.engineName(raw, out, 0); });
-    const int versions = api.versionNumber(raw, engine.c_str());
+    const std::string engine = readText([&] { return pluginCall("kelModelGetEngineNameLength", api.engineNameLength, raw, 0); },
+                                        [&](char* out) { pluginCall("kelModelGetEngineName", api.engineName, raw, out, 0); });
+    const int versions = pluginCall("kelModelGetVersionNumber", api.versionNumber, raw, engine.c_str());
     if (versions != 1)
         raise("Register plugin model have {} versions! Only 1 version is allowed here.", versions);
     const std::string version =
-        readText([&] { return api.versionNameLength(raw, engine.c_str(), 0); },
-                 [&](char* out) { api.versionName(raw, out, engine.c_str(), 0); });
+        readText([&] { return pluginCall("kelModelGetVersionNameLength", api.versionNameLength, raw, engine.c_str(), 0); },
+                 [&](char* out) { pluginCall("kelModelGetVersionName", api.versionName, raw, out, engine.c_str(), 0); });
 
     // Any engine name that contains the word counts as OpenVINO.
     const bool is_openvino = engine.find(kOpenVINO) != std::string::npos;
     const bool is_coreml = engine.find(kCoreML) != std::string::npos;
-    const int models = api.modelNumber(raw, engine.c_str(), version.c_str());
+    const int models = pluginCall("kelModelGetModelNumber", api.modelNumber, raw, engine.c_str(), version.c_str());
     if (is_openvino && models != 2)
         raise("Register plugin model have {} inner models! Only 2 inner model is allowed here.[For OpenVINO]",
               models);
@@ -96,15 +115,15 @@ void MLEngine::registerModelAsInnerID(const std::string& inner_model_identifier,
     if (models == 0) raise("Register plugin model can not get the model information");
 
     std::vector<ModelBuffer> buffers;
-    const std::uint64_t size0 = api.modelSize(raw, engine.c_str(), version.c_str(), 0);
+    const std::uint64_t size0 = pluginCall("kelModelGetModelSize", api.modelSize, raw, engine.c_str(), version.c_str(), 0);
     if (size0 == 0 && !is_coreml) raise("Register plugin model can not get the model size");
-    const void* buffer0 = api.modelBuffer(raw, engine.c_str(), version.c_str(), 0);
+    const void* buffer0 = pluginCall("kelModelGetModelBuffer", api.modelBuffer, raw, engine.c_str(), version.c_str(), 0);
     if (!buffer0 && !is_coreml) raise("Register plugin model can not get the model buffer");
     buffers.emplace_back(buffer0, static_cast<std::size_t>(size0));
     if (is_openvino) {
-        const std::uint64_t size1 = api.modelSize(raw, engine.c_str(), version.c_str(), 1);
+        const std::uint64_t size1 = pluginCall("kelModelGetModelSize", api.modelSize, raw, engine.c_str(), version.c_str(), 1);
         if (size1 == 0) raise("Register plugin model can not get the model1 size");
-        const void* buffer1 = api.modelBuffer(raw, engine.c_str(), version.c_str(), 1);
+        const void* buffer1 = pluginCall("kelModelGetModelBuffer", api.modelBuffer, raw, engine.c_str(), version.c_str(), 1);
         if (!buffer1) raise("Register plugin model can not get the model1 buffer");
         buffers.emplace_back(buffer1, static_cast<std::size_t>(size1));
     }

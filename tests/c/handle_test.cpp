@@ -110,6 +110,18 @@ TEST_F(Handle, APendingErrorMakesCallsNoOpsAndKeepsTheFirstText) {
     EXPECT_EQ(n, std::strlen("2025.10.23-78560f91(x64)"));
 }
 
+// A host's callback may throw anything; past kel's extern "C" functions it would end the host.
+void throwingLog(const char*) { throw 7; }
+
+TEST_F(Handle, AnExceptionOfAnyTypeStopsAtTheBoundaryAndTheHandleGoesOn) {
+    kelSetLogCallback(h, &throwingLog);  // the version line is delivered at once
+    EXPECT_THAT(pendingText(h), HasSubstr("\nAn exception of unknown type ended the call.\n"));
+    ASSERT_EQ(kelResetExceptionString(h), 0);
+    kelSetLogCallback(h, nullptr);
+    EXPECT_EQ(kelGetSupportEngineNumber(h), 2);
+    EXPECT_FALSE(kelHasException(h));
+}
+
 std::vector<std::string>* g_lines = nullptr;
 void collect(const char* line) { g_lines->push_back(line); }
 

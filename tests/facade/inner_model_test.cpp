@@ -39,6 +39,8 @@ TEST(InnerModels, BrokenLibrariesAreRefusedWithTheirTextsAndLeaveNothingBehind) 
         {"kel_pm_bad_weights_buffer", "Register plugin model can not get the model1 buffer"},
         {"kel_pm_bad_coreml", "CoreML Not support "},
         {"kel_pm_bad_empty_engine", "Engine Name is empty from plugin model!"},
+        // Its exception lives in its own image: turned into kel's before the library goes.
+        {"kel_pm_throwing", "plugin model library function kelModelCreate threw an exception of unknown type."},
     };
     kel::MLEngine engine;
     for (const auto& r : refusals) {
