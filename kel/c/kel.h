@@ -25,8 +25,10 @@
 #  else
 #    define KEL_C_API __declspec(dllimport)
 #  endif
-#else
+#elif defined(__GNUC__)
 #  define KEL_C_API __attribute__((visibility("default")))
+#else
+#  define KEL_C_API
 #endif
 
 #ifdef __cplusplus

@@ -33,7 +33,7 @@ struct InnerModelRecord {
 
 // Members are destroyed in reverse order: log callback, inner models, current identifier,
 // network properties, networks and, last, the engine back-ends.
-struct __attribute__((visibility("hidden"))) MLEngine::Impl {
+struct KEL_HIDDEN MLEngine::Impl {
     Impl();
 
     // Ordered by name, which lists "OpenVINO" before "WindowsML".

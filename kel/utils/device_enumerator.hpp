@@ -57,12 +57,10 @@ public:
 // The platform's enumerator: the device-setup calls on Windows, sysfs elsewhere.
 std::unique_ptr<DeviceEnumerator> makeDeviceEnumerator();
 
-#ifndef _WIN32
 // Reads a sysfs-like tree under root; with the default root "/", the kernel release comes
 // from uname, otherwise from <root>/proc/sys/kernel/osrelease. PCI names come from pci_ids
 // when that file exists, else from a built-in list of vendors.
 std::unique_ptr<DeviceEnumerator> makeSysfsDeviceEnumerator(
     std::filesystem::path root = "/", std::filesystem::path pci_ids = "/usr/share/misc/pci.ids");
-#endif
 
 }  // namespace kel::utils

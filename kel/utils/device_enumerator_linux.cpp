@@ -1,6 +1,5 @@
 // Linux side of the device database: the processor from /proc/cpuinfo, display adapters
 // and neural accelerators from their sysfs classes, named through the PCI ID list.
-#ifndef _WIN32
 #include <sys/utsname.h>
 
 #include <fmt/format.h>
@@ -229,4 +228,3 @@ std::unique_ptr<DeviceEnumerator> makeSysfsDeviceEnumerator(fs::path root, fs::p
 std::unique_ptr<DeviceEnumerator> makeDeviceEnumerator() { return makeSysfsDeviceEnumerator(); }
 
 }  // namespace kel::utils
-#endif

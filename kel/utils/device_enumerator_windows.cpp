@@ -1,13 +1,12 @@
 // Windows side of the device database: the device-setup API.
-#ifdef _WIN32
 #include <windows.h>
-// windows.h first: the setup API headers need its types.
+// windows.h first: the setup API headers need its types. initguid.h makes devpkey.h define
+// the property keys it declares (DEVPKEY_Device_DriverVersion), not only declare them.
+#include <initguid.h>
 #include <devpkey.h>
 #include <setupapi.h>
 
 #include "kel/utils/device_enumerator.hpp"
-
-#pragma comment(lib, "setupapi.lib")
 
 namespace kel::utils {
 
@@ -88,4 +87,3 @@ std::unique_ptr<DeviceEnumerator> makeDeviceEnumerator() {
 }
 
 }  // namespace kel::utils
-#endif

@@ -2,6 +2,7 @@
 // What differs between Windows and Linux for locating and vetting shared libraries.
 #include <filesystem>
 #include <string>
+#include <string_view>
 
 namespace kel::utils {
 
@@ -27,5 +28,21 @@ bool checkLibraryImage(const std::wstring& path);
 
 // Name of the operating system in the architecture warning.
 const char* osName();
+
+// The processor's SSE4.2 feature flag (CPUID leaf 1, ECX bit 20).
+bool hostHasSse42();
+
+// The calling thread's system-wide id, as decimal text.
+std::string currentThreadIdText();
+
+// Creates the file exclusively (never over an existing file or through a link planted at
+// its name) and writes `bytes`. `created` tells whether this call made the file, so that a
+// caller can remove what a failed write left. False when the file could not be made or
+// written.
+bool writeNewFile(const std::filesystem::path& path, std::string_view bytes, bool& created);
+
+// Writes text, then the path, to standard error in the platform's width (wide on Windows,
+// UTF-8 elsewhere), without an end of line.
+void printPathError(const std::string& text, const std::filesystem::path& path);
 
 }  // namespace kel::utils

@@ -1,8 +1,11 @@
-// Linux side of the library-location and image-check seam: ELF instead of PE.
-#ifndef _WIN32
+// Linux side of the platform seam: ELF instead of PE, dladdr, cpuid.h, O_EXCL files.
+#include <cpuid.h>
 #include <dlfcn.h>
 #include <elf.h>
+#include <fcntl.h>
+#include <sys/syscall.h>
 #include <sys/utsname.h>
+#include <unistd.h>
 
 #include <cstring>
 #include <fstream>
@@ -125,5 +128,28 @@ bool checkLibraryImage(const std::wstring& path) {
     return true;
 }
 
+bool hostHasSse42() {
+    unsigned a = 0, b = 0, c = 0, d = 0;
+    if (!__get_cpuid(1, &a, &b, &c, &d)) return false;
+    return (c & bit_SSE4_2) != 0;
+}
+
+std::string currentThreadIdText() { return std::to_string(static_cast<long>(syscall(SYS_gettid))); }
+
+bool writeNewFile(const std::filesystem::path& path, std::string_view bytes, bool& created) {
+    created = false;
+    const int fd = ::open(path.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, 0600);
+    if (fd < 0) return false;
+    created = true;
+    const ssize_t written = ::write(fd, bytes.data(), bytes.size());
+    ::close(fd);
+    return written == static_cast<ssize_t>(bytes.size());
+}
+
+// The C stream under std::wcerr and std::cerr is one, and glibc drops output of the other
+// width once its orientation is set; so the line goes out as UTF-8.
+void printPathError(const std::string& text, const std::filesystem::path& path) {
+    std::cerr << text << pathToString(path);
+}
+
 }  // namespace kel::utils
-#endif

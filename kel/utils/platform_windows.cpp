@@ -1,7 +1,9 @@
-// Windows side of the library-location and image-check seam: PE images and module names.
-#ifdef _WIN32
+// Windows side of the platform seam: PE images, module names, CPUID, CREATE_NEW files.
 #include <windows.h>
+#include <intrin.h>
 
+#include <cstring>
+#include <filesystem>
 #include <fstream>
 #include <iostream>
 #include <stdexcept>
@@ -92,7 +94,7 @@ std::string getLibraryArchitecture(const std::wstring& path) {
 }
 
 bool checkLibraryImage(const std::wstring& path) {
-    std::ifstream in(path, std::ios::binary);
+    std::ifstream in(std::filesystem::path(path), std::ios::binary);
     if (!in) {
         std::wcerr << L"Failed to open file: " << path << std::endl;
         return false;
@@ -118,5 +120,30 @@ bool checkLibraryImage(const std::wstring& path) {
     return true;
 }
 
+bool hostHasSse42() {
+    int regs[4] = {};
+    __cpuid(regs, 1);
+    return (regs[2] & (1 << 20)) != 0;
+}
+
+std::string currentThreadIdText() { return std::to_string(GetCurrentThreadId()); }
+
+bool writeNewFile(const std::filesystem::path& path, std::string_view bytes, bool& created) {
+    created = false;
+    // CREATE_NEW fails on any existing name, a planted link included: nothing is written
+    // through one.
+    HANDLE file = CreateFileW(path.c_str(), GENERIC_WRITE, 0, nullptr, CREATE_NEW,
+                              FILE_ATTRIBUTE_NORMAL, nullptr);
+    if (file == INVALID_HANDLE_VALUE) return false;
+    created = true;
+    DWORD written = 0;
+    const BOOL ok = WriteFile(file, bytes.data(), static_cast<DWORD>(bytes.size()), &written, nullptr);
+    CloseHandle(file);
+    return ok && written == bytes.size();
+}
+
+void printPathError(const std::string& text, const std::filesystem::path& path) {
+    std::wcerr << stringToWstring(text) << path.wstring();
+}
+
 }  // namespace kel::utils
-#endif

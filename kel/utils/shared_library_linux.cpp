@@ -1,6 +1,5 @@
 // Linux side of plugin loading: dlopen on an absolute path, so that neither the current
 // directory nor the library search path is ever consulted.
-#ifndef _WIN32
 #include <dlfcn.h>
 
 #include <filesystem>
@@ -67,4 +66,3 @@ void* get_symbol(const std::shared_ptr<void>& library, const std::string& name) 
 }
 
 }  // namespace kel::utils
-#endif

@@ -1,6 +1,5 @@
 // Windows side of plugin loading: LoadLibraryW with the library's own directory as the
 // DLL directory, and the current directory kept out of the search order.
-#ifdef _WIN32
 #include <windows.h>
 
 #include <filesystem>
@@ -21,7 +20,9 @@ using GetDllDirectoryWFn = DWORD(WINAPI*)(DWORD, LPWSTR);
 GetDllDirectoryWFn getDllDirectoryW() {
     static const GetDllDirectoryWFn fn = [] {
         HMODULE kernel = GetModuleHandleW(L"kernel32.dll");
-        return kernel ? reinterpret_cast<GetDllDirectoryWFn>(GetProcAddress(kernel, "GetDllDirectoryW"))
+        // Through void (*)(): the generic function pointer type, which converts to any other.
+        return kernel ? reinterpret_cast<GetDllDirectoryWFn>(reinterpret_cast<void (*)()>(
+                            GetProcAddress(kernel, "GetDllDirectoryW")))
                       : nullptr;
     }();
     return fn;
@@ -83,4 +84,3 @@ void* get_symbol(const std::shared_ptr<void>& library, const std::string& name) 
 }
 
 }  // namespace kel::utils
-#endif

@@ -30,7 +30,8 @@ std::wstring stringToWstring(const std::string& text) {
     return out;
 }
 
-std::string pathToString(const std::filesystem::path& path) { return path.string(); }
+// UTF-8 like all text in kel, not the ANSI code page that path::string() may use.
+std::string pathToString(const std::filesystem::path& path) { return wstringToString(path.wstring()); }
 
 std::string utf16ToString(const std::u16string& text) {
     if (text.empty()) return {};

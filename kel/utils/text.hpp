@@ -16,7 +16,7 @@ std::string utf16ToString(const std::u16string& text);
 // UTF-8 to UTF-16; invalid sequences fail with std::runtime_error.
 std::u16string stringToUtf16(const std::string& text);
 
-// A path as narrow text in the current code page (UTF-8 on Linux).
+// A path as UTF-8 text.
 std::string pathToString(const std::filesystem::path& path);
 
 }  // namespace kel::utils

@@ -19,17 +19,6 @@
 #include <typeinfo>
 #include <unordered_map>
 
-#ifdef _WIN32
-#include <windows.h>
-
-#include <fstream>
-#include <intrin.h>
-#else
-#include <cpuid.h>
-#include <fcntl.h>
-#include <sys/syscall.h>
-#include <unistd.h>
-#endif
 
 #include "kel/common/error.hpp"
 #include "kel/common/log.hpp"
@@ -107,27 +96,7 @@ const std::wstring& moduleLibraryDirectory() {
 }
 [[maybe_unused]] const std::wstring& kLoadTimeDirectory = moduleLibraryDirectory();
 
-bool hostHasSse42() {
-#ifdef _WIN32
-    int regs[4] = {};
-    __cpuid(regs, 1);
-    return (regs[2] & (1 << 20)) != 0;
-#else
-    unsigned a = 0, b = 0, c = 0, d = 0;
-    if (!__get_cpuid(1, &a, &b, &c, &d)) return false;
-    return (c & bit_SSE4_2) != 0;
-#endif
-}
-
-bool (*g_sse42Probe)() = &hostHasSse42;
-
-std::string currentThreadIdText() {
-#ifdef _WIN32
-    return std::to_string(GetCurrentThreadId());
-#else
-    return std::to_string(static_cast<long>(syscall(SYS_gettid)));
-#endif
-}
+bool (*g_sse42Probe)() = &utils::hostHasSse42;
 
 // Device family -> the properties a host may read for it.
 const std::unordered_map<std::string, std::vector<std::string>>& devicePropertyTable() {
@@ -290,7 +259,7 @@ struct openvino_testing::Access {
 };
 
 namespace openvino_testing {
-void setSse42Probe(bool (*probe)()) { g_sse42Probe = probe ? probe : &hostHasSse42; }
+void setSse42Probe(bool (*probe)()) { g_sse42Probe = probe ? probe : &utils::hostHasSse42; }
 
 void addNetworkRecord(openvino& backend, const std::string& networkIdentifier,
                       const std::string& device) {
@@ -387,30 +356,17 @@ std::string openvino::generateTempOVPluginsXML() {
     const auto ticks = std::chrono::duration_cast<std::chrono::duration<long long, std::ratio<1, 10000000>>>(
                            std::chrono::system_clock::now().time_since_epoch())
                            .count();
-    const std::string name = fmt::format("{}-{}.xml", currentThreadIdText(), ticks);
+    const std::string name = fmt::format("{}-{}.xml", utils::currentThreadIdText(), ticks);
     const std::filesystem::path path = std::filesystem::temp_directory_path() / name;
     // Only a file this call made is removed on failure: one that won the race to the name
     // (O_EXCL refused it) is not ours.
     bool created = false;
     try {
         remove_xml(path);
-#ifdef _WIN32
-        std::ofstream out(path, std::ios::binary | std::ios::trunc);
-        if (!out) raise("Could not open file at {}", utils::pathToString(path));
-        created = true;
-        out.write(kPluginsXml.data(), static_cast<std::streamsize>(kPluginsXml.size()));
-        out.close();
-#else
         // Created exclusively and never through a link, so nothing planted at the name is
         // written to.
-        const int fd = ::open(path.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, 0600);
-        if (fd < 0) raise("Could not open file at {}", utils::pathToString(path));
-        created = true;
-        const ssize_t written = ::write(fd, kPluginsXml.data(), kPluginsXml.size());
-        ::close(fd);
-        if (written != static_cast<ssize_t>(kPluginsXml.size()))
+        if (!utils::writeNewFile(path, kPluginsXml, created))
             raise("Could not open file at {}", utils::pathToString(path));
-#endif
     } catch (...) {
         try {
             if (created) remove_xml(path);

@@ -1,6 +1,5 @@
 // The machine-learning seam over ONNX Runtime, for systems without Windows ML. Every
 // device kind runs on ONNX Runtime's CPU provider.
-#ifndef _WIN32
 #include <onnxruntime_cxx_api.h>
 
 #include <algorithm>
@@ -575,4 +574,3 @@ public:
 std::shared_ptr<Platform> makeDefaultPlatform() { return std::make_shared<OnnxRuntimePlatform>(); }
 
 }  // namespace kel::windows_ml_platform
-#endif  // !_WIN32

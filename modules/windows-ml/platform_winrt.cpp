@@ -1,6 +1,5 @@
 // The machine-learning seam over Windows ML, through C++/WinRT. Runtime errors surface
 // as winrt::hresult_error, carrying the HRESULT.
-#ifdef _WIN32
 #include <winrt/Windows.AI.MachineLearning.h>
 #include <winrt/Windows.Foundation.Collections.h>
 #include <winrt/Windows.Foundation.h>
@@ -215,4 +214,3 @@ public:
 std::shared_ptr<Platform> makeDefaultPlatform() { return std::make_shared<WindowsMlPlatform>(); }
 
 }  // namespace kel::windows_ml_platform
-#endif  // _WIN32

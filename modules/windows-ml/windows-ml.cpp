@@ -15,6 +15,7 @@
 
 #include "kel/common/error.hpp"
 #include "kel/utils/device_info.hpp"
+#include "kel/utils/platform.hpp"
 #include "kel/utils/text.hpp"
 #include "modules/windows-ml/os_version.hpp"
 #include "modules/windows-ml/platform.hpp"
@@ -107,17 +108,6 @@ std::uint64_t elementCount(const std::vector<std::uint64_t>& dims) {
     std::uint64_t n = 1;
     for (auto d : dims) n *= d;
     return n;
-}
-
-// Path text for the wide error lines. The C stream under std::wcerr and std::cerr is one,
-// and glibc drops output of the other width once its orientation is set; so outside
-// Windows the line goes out as UTF-8.
-void wideErrorLine(const std::string& text, const std::filesystem::path& path) {
-#ifdef _WIN32
-    std::wcerr << utils::stringToWstring(text) << path.wstring();
-#else
-    std::cerr << text << utils::pathToString(path);
-#endif
 }
 
 // A layer of the network: an input of that name first, else an output; null if neither.
@@ -230,11 +220,11 @@ void windows_ml::createNetwork(const std::string& network_id, const std::string&
     {
         std::ifstream file(path, std::ios::binary);
         if (!file.is_open()) {
-            wideErrorLine("cannot open file ", path);
+            utils::printPathError("cannot open file ", path);
             raise("cannot open file {}", utils::pathToString(path));
         }
         if (!file.read(bytes_data, static_cast<std::streamsize>(size))) {
-            wideErrorLine(fmt::format("cannot read {} bytes from file ", size), path);
+            utils::printPathError(fmt::format("cannot read {} bytes from file ", size), path);
             raise("cannot read {} bytes from file ", size);
         }
     }
