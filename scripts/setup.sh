@@ -18,6 +18,9 @@ say() { printf '[setup] %s\n' "$*" >&2; }
 # --- Debian packages -------------------------------------------------------
 DEB_PKGS=(cmake ninja-build g++ make pkg-config libfmt-dev libgtest-dev libgmock-dev
           libbenchmark-dev python3 python3-venv pci.ids npm libonnx-testdata)
+# The Windows half: the MinGW-w64 cross compiler and Win32 headers and import libraries, and
+# Wine to run what it builds.
+DEB_PKGS+=(g++-mingw-w64-x86-64-posix mingw-w64-x86-64-dev wine64)
 # The fuzz targets are built with clang and its libFuzzer/sanitizer runtimes; clang 16,
 # since the default clang 14 lacks what libstdc++ 12 needs for std::source_location.
 DEB_PKGS+=(clang-16 libclang-rt-16-dev)
@@ -94,6 +97,30 @@ if [ ! -f "$VAD_ONNX" ]; then
   mv "$VAD_ONNX.part" "$VAD_ONNX"
 fi
 
+# --- Windows: the C++/WinRT headers of the Windows SDK (winrt-sdk, a pure-Python wheel) and
+# OpenVINO's Windows wheel, for its headers and for real DLLs to check; unpacked, not installed.
+WINRT_VERSION="3.2.1"
+WIN_DIR="$CACHE/windows-$OPENVINO_VERSION-winrt-$WINRT_VERSION"
+if [ ! -f "$WIN_DIR/.ok" ]; then
+  say "downloading winrt-sdk $WINRT_VERSION and OpenVINO $OPENVINO_VERSION for Windows"
+  WIN_WHEELS="$CACHE/wheels-windows"
+  mkdir -p "$WIN_WHEELS"
+  "$PY" -m pip download -q --no-deps -d "$WIN_WHEELS" "winrt-sdk==$WINRT_VERSION"
+  "$PY" -m pip download -q --no-deps --only-binary=:all: --platform win_amd64 \
+        --python-version "${PYTAG#cp}" -d "$WIN_WHEELS" "openvino==$OPENVINO_VERSION"
+  rm -rf "$WIN_DIR" && mkdir -p "$WIN_DIR"
+  "$PY" - "$WIN_WHEELS" "$WIN_DIR" "$WINRT_VERSION" "$OPENVINO_VERSION" <<'PYEOF'
+import glob, os, sys, zipfile
+wheels, out, winrt, ov = sys.argv[1:5]
+with zipfile.ZipFile(glob.glob(f"{wheels}/winrt_sdk-{winrt}-*.whl")[0]) as z:
+    z.extractall(out, [n for n in z.namelist() if n.startswith("winrt_sdk/cppwinrt/")])
+with zipfile.ZipFile(glob.glob(f"{wheels}/openvino-{ov}-*win_amd64.whl")[0]) as z:
+    z.extractall(out, [n for n in z.namelist()
+                       if n.startswith("openvino/include/") or (n.startswith("openvino/libs/") and n.endswith(".dll"))])
+PYEOF
+  touch "$WIN_DIR/.ok"
+fi
+
 # --- What the build reads ---------------------------------------------------
 OV_CMAKE="$("$VENV/bin/python" -c 'import openvino.utils as u; print(u.get_cmake_path())')"
 cat > "$ROOT/.deps.cmake" <<EOT
@@ -102,5 +129,8 @@ set(OpenVINO_DIR "$OV_CMAKE" CACHE PATH "" FORCE)
 set(KEL_ORT_ROOT "$ORT_DIR" CACHE PATH "" FORCE)
 set(KEL_PYTHON "$VENV/bin/python" CACHE FILEPATH "" FORCE)
 set(KEL_SILERO_VAD "$VAD_ONNX" CACHE FILEPATH "" FORCE)
+set(KEL_WINRT_INCLUDE "$WIN_DIR/winrt_sdk/cppwinrt" CACHE PATH "" FORCE)
+set(KEL_OPENVINO_WINDOWS "$WIN_DIR/openvino" CACHE PATH "" FORCE)
+set(KEL_FMT_HEADERS "/usr/include/fmt" CACHE PATH "" FORCE)
 EOT
 say "ready (OpenVINO $OPENVINO_VERSION, ONNX Runtime $ORT_VERSION)"

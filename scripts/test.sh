@@ -1,9 +1,10 @@
 #!/usr/bin/env bash
 # Sets up, builds and runs every test: the whole suite in the ordinary build (build/, with
-# the installed tree, the packages and the hosts built against them) and again under
-# AddressSanitizer + UndefinedBehaviorSanitizer (build-asan/), then a bounded run of each
+# the installed tree, the packages and the hosts built against them); the Windows cross
+# build (build-windows/, MinGW-w64) and its tests under Wine; the suite again under
+# AddressSanitizer + UndefinedBehaviorSanitizer (build-asan/); then a bounded run of each
 # fuzz target (build-fuzz/, clang + libFuzzer).
-#   KEL_TEST_ONLY=plain|asan|fuzz   run one part only
+#   KEL_TEST_ONLY=plain|windows|asan|fuzz   run one part only
 #   KEL_FUZZ_SECONDS=<n>            seconds per fuzz target (default 55)
 #   KEL_FUZZ_SEED=<n>               the fuzzers' first seed (default: random)
 set -euo pipefail
@@ -21,6 +22,14 @@ if [ -z "$ONLY" ] || [ "$ONLY" = plain ]; then
   cmake -S "$ROOT" -B "$BUILD" -G Ninja >/dev/null
   cmake --build "$BUILD" -j "$JOBS"
   (cd "$BUILD" && ctest --output-on-failure -j "$JOBS")
+fi
+
+if [ -z "$ONLY" ] || [ "$ONLY" = windows ]; then
+  say "Windows cross build (every file compiled, warnings as errors) and its tests under Wine"
+  BUILD="$ROOT/build-windows"
+  cmake -S "$ROOT" -B "$BUILD" -G Ninja -DCMAKE_TOOLCHAIN_FILE="$ROOT/cmake/mingw-w64-x86_64.cmake" >/dev/null
+  cmake --build "$BUILD" -j "$JOBS"
+  bash "$ROOT/tests/windows/run.sh" "$BUILD"
 fi
 
 if [ -z "$ONLY" ] || [ "$ONLY" = asan ]; then
