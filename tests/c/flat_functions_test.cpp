@@ -147,28 +147,6 @@ TEST_F(Flat, EveryNamedTextHandsOutExactlyItsBytes) {
     }
 }
 
-TEST_F(Flat, WindowsMLNetworksFromBuffersRunThroughTheFlatInterface) {
-    const std::string onnx = t::readFile(t::onnxModel("static_two_io.onnx"));
-    t::capturedStderr([&] { kelCreateNetByBuffers(h, "WindowsML", "onnx", "AUTO", onnx.data(), onnx.size(), nullptr, 0); });
-    ASSERT_EQ(takeText(h), "");
-    auto a = t::readArray<float>(t::onnxModel("static_two_io.a.in.bin"));
-    auto b = t::readArray<float>(t::onnxModel("static_two_io.b.in.bin"));
-    const std::uint64_t dims[3] = {1, 2, 3};
-    kelSetLayerData(h, "a", a.data(), dims, 3);
-    kelSetLayerData(h, "b", b.data(), dims, 3);
-    kelInfer(h);
-    t::expectNear(static_cast<const float*>(kelGetLayerData(h, "product")),
-                  t::readArray<float>(t::onnxModel("static_two_io.product.out.bin")));
-    std::uint64_t size = 0;
-    kelGetLayerPrecision(h, "sum", &size, nullptr, nullptr);
-    EXPECT_EQ(size, 4u);
-    EXPECT_EQ(takeText(h), "");
-    // Switching back routes layer calls to the OpenVINO network again.
-    kelSwitchNetwork(h, "net");
-    EXPECT_EQ(kelGetInputLayerNumber(h), 1);
-    EXPECT_EQ(takeText(h), "");
-}
-
 TEST_F(Flat, CreationChecksPointersInTheirOwnOrder) {
     kelCreateNetByBuiltin(h, "OpenVINO", "n1", nullptr, nullptr);
     EXPECT_THAT(takeText(h), HasSubstr("\nbuiltin_model_id pointer is empty!\n"));
