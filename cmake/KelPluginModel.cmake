@@ -10,10 +10,11 @@
 #   REPORT_ENGINES <n>, REPORT_VERSIONS <n>, REPORT_MODELS <n>  counts the library claims
 #   ZERO_SIZE_MODEL <i>    model i reports a size of 0
 #   NULL_BUFFER_MODEL <i>  model i hands out a null buffer
+#   NULL_OBJECT            kelModelCreate returns a null model object (the rest still answers)
 set(KEL_PLUGIN_MODEL_TEMPLATE ${CMAKE_CURRENT_LIST_DIR}/kel_plugin_model.c.in)
 
 function(kel_add_plugin_model target)
-  cmake_parse_arguments(PARSE_ARGV 1 PM ""
+  cmake_parse_arguments(PARSE_ARGV 1 PM "NULL_OBJECT"
     "ENGINE;VERSION;REPORT_ENGINES;REPORT_VERSIONS;REPORT_MODELS;ZERO_SIZE_MODEL;NULL_BUFFER_MODEL"
     "MODELS")
   # An empty ENGINE or VERSION is allowed (it is the library's answer); a missing one is not.
@@ -80,6 +81,11 @@ function(kel_add_plugin_model target)
   set(KEL_PM_REPORT_MODELS ${PM_REPORT_MODELS})
   set(KEL_PM_ZERO_SIZE_MODEL ${PM_ZERO_SIZE_MODEL})
   set(KEL_PM_NULL_BUFFER_MODEL ${PM_NULL_BUFFER_MODEL})
+  if(PM_NULL_OBJECT)
+    set(KEL_PM_NULL_OBJECT 1)
+  else()
+    set(KEL_PM_NULL_OBJECT 0)
+  endif()
 
   set(source ${CMAKE_CURRENT_BINARY_DIR}/kel_plugin_model_${target}.c)
   configure_file(${KEL_PLUGIN_MODEL_TEMPLATE} ${source} @ONLY)

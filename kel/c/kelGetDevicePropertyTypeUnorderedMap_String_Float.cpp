@@ -24,7 +24,8 @@ extern "C" KEL_C_API int kelGetDevicePropertyTypeUnorderedMap_String_Float(
         const auto index = static_cast<std::uint64_t>(static_cast<std::int64_t>(key_index));
         if (index > static_cast<std::uint64_t>(map.size()) - 1)
             kel::raise("key_index value is {}, larger than {}!", key_index, static_cast<int>(map.size()) - 1);
-        const std::string& name = keys[static_cast<std::size_t>(index)];
+        // An empty map passes the test above (size - 1 wraps): the checked access refuses it.
+        const std::string& name = kel::checked_index(keys, static_cast<std::size_t>(index));
         if (key_length) *key_length = kel::c::length_of(name);
         if (key) kel::c::copy_out(name, key);
         if (value) *value = map.at(name);

@@ -2,8 +2,18 @@
 
 #include "kel/cxx/device_info.hpp"
 #include "kel/cxx/engine_impl.hpp"
+#include "modules/openvino/openvino.hpp"
+#include "modules/windows-ml/windows-ml.hpp"
 
 namespace kel {
+
+std::vector<EngineRegistration>& engineRegistry() {
+    static std::vector<EngineRegistration> registry{
+        engineRegistration<openvino>(kOpenVINO),
+        engineRegistration<windows_ml>(kWindowsML),
+    };
+    return registry;
+}
 
 MLEngine::Impl::Impl() {
     networks.max_load_factor(1.0f);
@@ -16,10 +26,11 @@ MLEngine::MLEngine(LibraryLoader, LibraryLoader) {
     // The loaders are accepted for hosts that pass them; plugin model libraries are loaded
     // by kel itself. A throwing back-end leaves nothing behind: impl is still local.
     auto impl = std::make_shared<Impl>();
-    impl->engines.emplace(kOpenVINO, std::any(openvino()));
-    impl->engines.emplace(kWindowsML, std::any(windows_ml()));
-    impl->openvino_backend = &any_as<openvino>(impl->engines.at(kOpenVINO));
-    impl->windows_ml_backend = &any_as<windows_ml>(impl->engines.at(kWindowsML));
+    for (const auto& registration : engineRegistry()) {
+        // Map nodes never move: the interface pointer stays valid for the engine's life.
+        std::any& held = impl->engines.emplace(registration.name, registration.make()).first->second;
+        impl->backends.emplace(registration.name, &registration.view(held));
+    }
     impl_ = std::move(impl);
 }
 

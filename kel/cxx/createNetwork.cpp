@@ -60,21 +60,26 @@ void MLEngine::Impl::createChecked(MLEngine& self, const std::string& engine,
     if (auto it = network_properties.find(network_identifier); it != network_properties.end())
         working = it->second;
 
-    if (engine == kWindowsML) {
-        guardedCreate(engine, network_identifier,
-                      [&] { windowsMlBackend().createNetwork(network_identifier, device, source); });
-    } else if (engine == kOpenVINO) {
-        if (device == "GPU" || device == "NPU") self.processPropertyForEngine(engine, working);
-        guardedCreate(engine, network_identifier, [&] {
-            openvinoBackend().createNetwork(network_identifier, device, source, working);
-        });
-    } else {
-        raise("{} Not supported!", engine);
+    EngineBackend& backend = this->backend(engine);
+    if (backend.wantsDriverVersions(device)) self.processPropertyForEngine(engine, working);
+    try {
+        backend.createNetwork(network_identifier, device, source, working);
+    } catch (...) {
+        // The engine stays as it was: the back-end drops what it kept of the attempt, and the
+        // creation's own failure is what the host sees.
+        try {
+            const auto current = networks.find(current_network);
+            const bool ours = current != networks.end() && current->second.backend == &backend;
+            backend.forgetFailedCreation(network_identifier, ours ? current_network : std::string());
+        } catch (...) {
+        }
+        throw;
     }
 
     current_network = network_identifier;
     NetworkRecord& record = networks[network_identifier];
     record.engine = engine;
+    record.backend = &backend;
     record.inner_model_identifier = std::move(inner_model_identifier);
 }
 

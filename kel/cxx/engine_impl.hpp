@@ -5,13 +5,14 @@
 #include <map>
 #include <memory>
 #include <optional>
+#include <source_location>
 #include <string>
 #include <unordered_map>
+#include <vector>
 
 #include "kel/common/error.hpp"
 #include "kel/cxx/MLEngine.hpp"
-#include "modules/openvino/openvino.hpp"
-#include "modules/windows-ml/windows-ml.hpp"
+#include "kel/cxx/engine_backend.hpp"
 
 namespace kel {
 
@@ -22,6 +23,7 @@ inline constexpr const char* kCoreML = "CoreML";
 struct NetworkRecord {
     std::optional<std::string> inner_model_identifier;
     std::string engine;
+    EngineBackend* backend = nullptr;  // the engine's, resolved once at creation
 };
 
 struct InnerModelRecord {
@@ -36,7 +38,8 @@ struct InnerModelRecord {
 struct KEL_HIDDEN MLEngine::Impl {
     Impl();
 
-    // Ordered by name, which lists "OpenVINO" before "WindowsML".
+    // Ordered by name, which lists "OpenVINO" before "WindowsML". Each value holds its
+    // back-end by value; `backends` reaches the same objects through their interface.
     std::map<std::string, std::any> engines;
     std::unordered_map<std::string, NetworkRecord> networks;
     std::unordered_map<std::string, PropertyMap> network_properties;
@@ -44,8 +47,16 @@ struct KEL_HIDDEN MLEngine::Impl {
     std::unordered_map<std::string, InnerModelRecord> inner_models;
     LogCallback log_callback;
     std::function<void*(const wchar_t*)> library_loaders[2];
+    std::unordered_map<std::string, EngineBackend*> backends;  // made once at construction
 
     bool hasEngine(const std::string& name) const { return engines.count(name) != 0; }
+    // The back-end of an engine in the table; null for any other name.
+    EngineBackend* findBackend(const std::string& name) const {
+        auto it = backends.find(name);
+        return it == backends.end() ? nullptr : it->second;
+    }
+    // The back-end of a name the caller has checked, with the standard out-of-range failure.
+    EngineBackend& backend(const std::string& name) const { return *checked_at(backends, name); }
 
     // The steps every createNetwork form shares once its own checks have passed.
     template <class Source>
@@ -54,41 +65,14 @@ struct KEL_HIDDEN MLEngine::Impl {
                        const Source& source, const PropertyMap& properties,
                        std::optional<std::string> inner_model_identifier);
 
-    // Runs a back-end creation; if it fails, drops what the back-end kept of the attempt so
-    // that the engine stays as it was, and lets the failure through unchanged.
-    template <class Create>
-    void guardedCreate(const std::string& engine, const std::string& network_identifier,
-                       Create&& create) {
-        try {
-            create();
-        } catch (...) {
-            forgetFailedCreation(engine, network_identifier);
-            throw;
-        }
-    }
-    void forgetFailedCreation(const std::string& engine, const std::string& network_identifier) noexcept;
-
-    // Runs `call` on the back-end of the current network; most layer operations first
-    // require that a network was created.
-    template <class Call>
-    decltype(auto) onCurrentNetwork(Call&& call, bool require_network = true) {
+    // The back-end of the current network. Most layer operations first require that a
+    // network was created; that failure is located at the operation that asked.
+    EngineBackend& currentBackend(bool require_network = true,
+                                  std::source_location caller = std::source_location::current()) {
         if (require_network && current_network.empty())
-            raise("Please Create a network with craeteNetwork API first.");
-        const std::string& engine = currentEngine();
-        if (engine == kWindowsML) return call(windowsMlBackend());
-        if (engine == kOpenVINO) return call(openvinoBackend());
-        raise("{} Not supported!", engine);
+            raise_text("Please Create a network with craeteNetwork API first.", caller);
+        return *checked_at(networks, current_network).backend;
     }
-
-    // The engine of the current network, with the standard out-of-range failure.
-    const std::string& currentEngine() const { return checked_at(networks, current_network).engine; }
-    openvino& openvinoBackend() { return *openvino_backend; }
-    windows_ml& windowsMlBackend() { return *windows_ml_backend; }
-
-    // Resolved once the back-ends exist (they live in `engines`, whose nodes never move):
-    // every layer call and inference goes through them.
-    openvino* openvino_backend = nullptr;
-    windows_ml* windows_ml_backend = nullptr;
 };
 
 }  // namespace kel

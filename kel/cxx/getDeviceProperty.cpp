@@ -8,8 +8,7 @@ DevicePropertyValue MLEngine::getDeviceProperty(const std::string& engine, const
     if (device.empty()) raise("device is empty! ");
     if (supported_property.empty()) raise("supported_property is empty! ");
     if (!impl_->hasEngine(engine)) raise("Not support {} engine.", engine);
-    if (engine == kOpenVINO) return impl_->openvinoBackend().get_device_property(device, supported_property);
-    return std::monostate{};
+    return impl_->backend(engine).getDeviceProperty(device, supported_property);
 }
 
 }  // namespace kel

@@ -8,8 +8,7 @@ std::vector<std::string> MLEngine::getDeviceSupportProperties(const std::string&
     if (device.empty()) raise("device is empty! ");
     if (device == "AUTO") raise("could not get the property for AUTO device.");
     if (!impl_->hasEngine(engine)) raise("Not support {} engine.", engine);
-    if (engine == kOpenVINO) return impl_->openvinoBackend().getDeviceSupportProperties(device);
-    return {};
+    return impl_->backend(engine).getDeviceSupportProperties(device);
 }
 
 }  // namespace kel

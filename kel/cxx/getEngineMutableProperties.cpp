@@ -4,8 +4,7 @@ namespace kel {
 
 std::unordered_map<std::string, std::string> MLEngine::getEngineMutableProperties(const std::string& engine) {
     if (engine.empty()) raise("Engine Name is empty!");
-    if (engine == kWindowsML) return impl_->windowsMlBackend().getEngineMutableProperties();
-    if (engine == kOpenVINO) return impl_->openvinoBackend().getEngineMutableProperties();
+    if (EngineBackend* backend = impl_->findBackend(engine)) return backend->getEngineMutableProperties();
     raise("Engine [{}] Not supported!", engine);
 }
 

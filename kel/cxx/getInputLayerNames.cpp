@@ -3,7 +3,7 @@
 namespace kel {
 
 std::vector<std::string> MLEngine::getInputLayerNames() {
-    return impl_->onCurrentNetwork([](auto& backend) { return backend.getInputLayerNames(); });
+    return impl_->currentBackend().getInputLayerNames();
 }
 
 }  // namespace kel

@@ -3,7 +3,7 @@
 namespace kel {
 
 void* MLEngine::getLayerData(const std::string& layer) {
-    return impl_->onCurrentNetwork([&](auto& backend) { return backend.getLayerData(layer); });
+    return impl_->currentBackend().getLayerData(layer);
 }
 
 }  // namespace kel

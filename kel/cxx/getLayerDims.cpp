@@ -3,7 +3,7 @@
 namespace kel {
 
 const std::vector<std::uint64_t> MLEngine::getLayerDims(const std::string& layer) const {
-    return impl_->onCurrentNetwork([&](auto& backend) { return backend.getLayerDims(layer); });
+    return impl_->currentBackend().getLayerDims(layer);
 }
 
 }  // namespace kel

@@ -3,7 +3,7 @@
 namespace kel {
 
 std::vector<std::string> MLEngine::getOutputLayerNames() {
-    return impl_->onCurrentNetwork([](auto& backend) { return backend.getOutputLayerNames(); });
+    return impl_->currentBackend().getOutputLayerNames();
 }
 
 }  // namespace kel

@@ -5,9 +5,7 @@ namespace kel {
 std::vector<std::string> MLEngine::getSupportedDevices(const std::string& engine) {
     if (engine.empty()) raise("Engine Name is empty!");
     if (!impl_->hasEngine(engine)) raise("Not support {} engine.", engine);
-    if (engine == kWindowsML) return impl_->windowsMlBackend().getSupportedDevices();
-    if (engine == kOpenVINO) return impl_->openvinoBackend().getSupportedDevices();
-    raise("{} Not supported!", engine);
+    return impl_->backend(engine).getSupportedDevices();
 }
 
 }  // namespace kel

@@ -3,7 +3,7 @@
 namespace kel {
 
 void MLEngine::infer() {
-    impl_->onCurrentNetwork([](auto& backend) { backend.infer(); });
+    impl_->currentBackend().infer();
 }
 
 }  // namespace kel

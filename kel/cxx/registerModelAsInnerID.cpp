@@ -81,8 +81,8 @@ void MLEngine::registerModelAsInnerID(const std::string& inner_model_identifier,
 
     std::shared_ptr<void> library = utils::load_shared_object(library_path.wstring(), impl_->library_loaders[0]);
     const PluginModelApi api(library);
+    // A null model object is the library's own business: it is passed back as it came.
     void* raw = pluginCall("kelModelCreate", api.create);
-    if (!raw) raise("Register plugin model can not get the model information");
     // The model object's release needs the library's code: its owner keeps the library too.
     std::shared_ptr<void> model(raw, [destroy = api.destroy, library](void* h) {
         try {
@@ -130,10 +130,8 @@ void MLEngine::registerModelAsInnerID(const std::string& inner_model_identifier,
     if (engine.empty()) raise("Engine Name is empty from plugin model!");
 
     try {
-        if (engine == kWindowsML)
-            impl_->windowsMlBackend().registerModelAsInnerID(inner_model_identifier, buffers);
-        else if (engine == kOpenVINO)
-            impl_->openvinoBackend().registerModelAsInnerID(inner_model_identifier, buffers);
+        if (EngineBackend* backend = impl_->findBackend(engine))
+            backend->registerModelAsInnerID(inner_model_identifier, buffers);
         else
             raise("{} Not support ", engine);
     } catch (const KELException&) {

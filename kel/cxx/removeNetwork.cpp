@@ -8,13 +8,7 @@ void MLEngine::removeNetwork(const std::string& network_identifier) {
     if (it == impl_->networks.end()) raise("not found network Id [{}].", network_identifier);
     if (network_identifier == impl_->current_network)
         raise("Could not remove current using network id [{}].", network_identifier);
-    const std::string& engine = it->second.engine;
-    if (engine == kWindowsML)
-        impl_->windowsMlBackend().removeNetwork(network_identifier);
-    else if (engine == kOpenVINO)
-        impl_->openvinoBackend().removeNetwork(network_identifier);
-    else
-        raise("{} Not supported!", engine);
+    it->second.backend->removeNetwork(network_identifier);
     // The properties stored for the identifier stay: a network created again under it
     // starts from them.
     impl_->networks.erase(it);

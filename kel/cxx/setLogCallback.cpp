@@ -9,8 +9,7 @@ void MLEngine::setLogCallback(LogCallback callback) {
         impl_->log_callback(
             fmt::format("[{}] : KEL version is {}", location_text(std::source_location::current()),
                         version()));
-    for (auto& [name, backend] : impl_->engines)
-        if (name == kOpenVINO) any_as<openvino>(backend).setLogCallback(impl_->log_callback);
+    for (auto& [name, backend] : impl_->backends) backend->setLogCallback(impl_->log_callback);
 }
 
 }  // namespace kel

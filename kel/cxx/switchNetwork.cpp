@@ -8,13 +8,7 @@ void MLEngine::switchNetwork(const std::string& network_identifier) {
         raise("Network id [{}] not exists or created. Please check.", network_identifier);
     if (network_identifier == impl_->current_network)
         raise("Network id [{}] is current running Network, no need to switch.", network_identifier);
-    const std::string& engine = it->second.engine;
-    if (engine == kWindowsML)
-        impl_->windowsMlBackend().switchNetwork(network_identifier);
-    else if (engine == kOpenVINO)
-        impl_->openvinoBackend().switchNetwork(network_identifier);
-    else
-        raise("{} Not supported!", engine);
+    it->second.backend->switchNetwork(network_identifier);
     impl_->current_network = network_identifier;
     if (impl_->log_callback)
         impl_->log_callback(fmt::format("[KEL switchNetwork]: network_identifier is {}", network_identifier));

@@ -15,11 +15,9 @@ void MLEngine::unregisterInnerID(const std::string& inner_model_identifier) {
               inner_model_identifier);
     const std::string& engine = it->second.engine;
     if (engine.empty()) raise("engine_name is empty. Please check");
-    if (engine == kWindowsML)
-        impl_->windowsMlBackend().unregisterInnerID(inner_model_identifier);
-    else if (engine == kOpenVINO)
-        impl_->openvinoBackend().unregisterInnerID(inner_model_identifier);
-    else if (engine != kCoreML)
+    if (EngineBackend* backend = impl_->findBackend(engine))
+        backend->unregisterInnerID(inner_model_identifier);
+    else if (engine != kCoreML)  // a CoreML record has nothing to release in a back-end
         raise("[{}] not supported", engine);
     // Releasing the record destroys the model object, then frees the library with its last owner.
     impl_->inner_models.erase(it);

@@ -11,10 +11,7 @@ std::string MLEngine::version() { return kLibraryVersion; }
 std::string MLEngine::version(const std::string& engine) {
     if (engine.empty()) raise("Engine Name is empty!");
     if (!impl_->hasEngine(engine)) raise("Not support {} engine.", engine);
-    // A fresh back-end answers, not the table's instance.
-    if (engine == kWindowsML) return windows_ml().version();
-    if (engine == kOpenVINO) return openvino().version();
-    raise("{} Not supported!", engine);
+    return impl_->backend(engine).version();
 }
 
 }  // namespace kel

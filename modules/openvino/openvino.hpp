@@ -12,6 +12,7 @@
 #include <unordered_map>
 #include <vector>
 
+#include "kel/cxx/engine_backend.hpp"
 #include "kel/cxx/types.hpp"
 
 namespace kel {
@@ -20,7 +21,7 @@ namespace openvino_testing {
 struct Access;
 }
 
-class openvino {
+class openvino final : public EngineBackend {
 public:
     // Checks that the runtime libraries sit beside kel, then builds the engine state.
     openvino();
@@ -32,8 +33,8 @@ public:
     static std::string getSystemArchitecture();
     static std::wstring getLibraryDirectory();
     static std::string wstringToString(const std::wstring& text);
-    std::string version();
-    void setLogCallback(LogCallback callback);
+    std::string version() override;
+    void setLogCallback(LogCallback callback) override;
     static std::string generateTempOVPluginsXML();
     static void remove_xml(const std::filesystem::path& path);
     void checkCPUFeatures(const std::string& networkIdentifier);
@@ -49,16 +50,20 @@ public:
                                      int mode);
     static bool isIntelDriverVersion(const std::string& version);
     static std::vector<int> parseVersionNumbers(std::string_view text);
-    std::unordered_map<std::string, std::string> getEngineMutableProperties();
+    std::unordered_map<std::string, std::string> getEngineMutableProperties() override;
+    // GPU and NPU networks are checked against the local driver versions.
+    bool wantsDriverVersions(const std::string& device) const override {
+        return device == "GPU" || device == "NPU";
+    }
 
     // --- networks -----------------------------------------------------------------
     void createNetwork(const std::string& networkIdentifier, const std::string& device,
-                       const std::string& innerModelIdentifier, const PropertyMap& properties);
+                       const std::string& innerModelIdentifier, const PropertyMap& properties) override;
     void createNetwork(const std::string& networkIdentifier, const std::string& device,
-                       const std::vector<ModelBuffer>& buffers, const PropertyMap& properties);
+                       const std::vector<ModelBuffer>& buffers, const PropertyMap& properties) override;
     void createNetwork(const std::string& networkIdentifier, const std::string& device,
                        const std::vector<std::filesystem::path>& files,
-                       const PropertyMap& properties);
+                       const PropertyMap& properties) override;
     void createNetwork(const std::string& networkIdentifier, const std::string& device,
                        const std::filesystem::path& modelPath,
                        const std::filesystem::path& weightsPath, const PropertyMap& properties);
@@ -68,28 +73,28 @@ public:
                        const PropertyMap& properties);
     void innerCreateNetwork(const std::string& networkIdentifier, const PropertyMap& properties);
     void registerModelAsInnerID(const std::string& innerModelIdentifier,
-                                const std::vector<ModelBuffer>& buffers);
-    void unregisterInnerID(const std::string& innerModelIdentifier);
-    std::vector<std::string> getModelInnerIDs();
-    void removeNetwork(const std::string& networkIdentifier);
-    void switchNetwork(const std::string& networkIdentifier);
-    std::string getNetworkDevice(const std::string& networkIdentifier);
+                                const std::vector<ModelBuffer>& buffers) override;
+    void unregisterInnerID(const std::string& innerModelIdentifier) override;
+    std::vector<std::string> getModelInnerIDs() override;
+    void removeNetwork(const std::string& networkIdentifier) override;
+    void switchNetwork(const std::string& networkIdentifier) override;
+    std::string getNetworkDevice(const std::string& networkIdentifier) override;
 
     // --- layers and inference on the current network -------------------------------
-    std::vector<std::string> getInputLayerNames();
-    std::vector<std::string> getOutputLayerNames();
+    std::vector<std::string> getInputLayerNames() override;
+    std::vector<std::string> getOutputLayerNames() override;
     void setLayerData(const std::string& layer, std::any data,
-                      const std::vector<std::uint64_t>& dims);
-    void* getLayerData(const std::string& layer);
-    const std::vector<std::uint64_t> getLayerDims(const std::string& layer);
-    std::tuple<std::string, std::uint64_t> getLayerPrecision(const std::string& layer);
-    void infer();
+                      const std::vector<std::uint64_t>& dims) override;
+    void* getLayerData(const std::string& layer) override;
+    const std::vector<std::uint64_t> getLayerDims(const std::string& layer) override;
+    std::tuple<std::string, std::uint64_t> getLayerPrecision(const std::string& layer) override;
+    void infer() override;
 
     // --- devices ------------------------------------------------------------------
-    std::vector<std::string> getSupportedDevices();
-    std::vector<std::string> getDeviceSupportProperties(const std::string& device);
-    DevicePropertyValue get_device_property(const std::string& device,
-                                            const std::string& property);
+    std::vector<std::string> getSupportedDevices() override;
+    std::vector<std::string> getDeviceSupportProperties(const std::string& device) override;
+    DevicePropertyValue getDeviceProperty(const std::string& device,
+                                            const std::string& property) override;
 
     // Tests point the runtime-library check at a directory of their own; nullopt restores
     // the directory of kel's own file.

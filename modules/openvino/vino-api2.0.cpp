@@ -12,6 +12,7 @@
 #include <map>
 #include <memory>
 #include <optional>
+#include <openvino/frontend/manager.hpp>
 #include <openvino/openvino.hpp>
 #include <sstream>
 #include <system_error>
@@ -233,6 +234,31 @@ bool looksLikeXml(const char* text, std::size_t size) {
     return i < size && text[i] == '<';
 }
 
+// An ONNX model in memory, for the ONNX front end alone: no other reader sees the bytes (see
+// looksLikeXml's caller).
+class OnnxBytes {
+public:
+    OnnxBytes(const char* bytes, std::size_t size)
+        : frontEnd_(ov::frontend::FrontEndManager().load_by_framework("onnx")),
+          stream_(std::string(bytes, size), std::ios::binary) {}
+    // Whether the front end takes the bytes for a model.
+    bool supported() {
+        std::istream* stream = &stream_;
+        const bool taken = frontEnd_ && frontEnd_->supported(stream);
+        stream_.clear();
+        stream_.seekg(0);
+        return taken;
+    }
+    std::shared_ptr<ov::Model> read() {
+        std::istream* stream = &stream_;
+        return frontEnd_->convert(frontEnd_->load(stream));
+    }
+
+private:
+    ov::frontend::FrontEnd::Ptr frontEnd_;
+    std::istringstream stream_;
+};
+
 // Each network gets a core of its own, made from a plugins file that exists only while the
 // core is being made.
 VinoNetworkRecord& storeNewRecord(vino_InferenceEngine& engine, const std::string& networkIdentifier) {
@@ -381,7 +407,7 @@ void openvino::checkCPUFeatures(const std::string& networkIdentifier) {
     auto& record = checked_at(state(engine_).networks, networkIdentifier, kOrderedMapKeyText);
     if (record.device != "CPU" && record.device != "AUTO") return;
     if (g_sse42Probe()) return;
-    const DevicePropertyValue name = get_device_property("CPU", "FULL_DEVICE_NAME");
+    const DevicePropertyValue name = getDeviceProperty("CPU", "FULL_DEVICE_NAME");
     const std::string* text = std::get_if<std::string>(&name);
     raise("SSE4.2 is not supported on this CPU [{}].", text ? *text : std::string());
 }
@@ -682,12 +708,30 @@ void openvino::createNetwork(const std::string& networkIdentifier, const std::st
     if (xmlSize == 0)
         raise("xml_size must be set. Current size is 0. Please check your xml_size.");
     // The runtime offers a buffer to every model reader it has, and some read out of bounds
-    // on arbitrary bytes (Paddle's reader, found by fuzzing): only XML text, the IR's form,
-    // is passed on.
-    if (!looksLikeXml(static_cast<const char*>(xmlBuffer), xmlSize))
-        raise("xml_buffer is not an XML model description. Please check your xml_buffer.");
+    // on arbitrary bytes (Paddle's reader, found by fuzzing): the reader is chosen here from
+    // the bytes. XML text is the IR's form and goes to the runtime; an ONNX model goes to the
+    // ONNX front end; anything else is refused.
+    const char* bytes = static_cast<const char*>(xmlBuffer);
+    std::optional<OnnxBytes> onnx;
+    if (!looksLikeXml(bytes, xmlSize)) {
+        onnx.emplace(bytes, xmlSize);
+        if (!onnx->supported())
+            raise("xml_buffer is neither an XML model description nor an ONNX model. Please check your "
+                  "xml_buffer.");
+    }
     auto& engine = state(engine_);
     auto& record = storeNewRecord(engine, networkIdentifier);
+    record.device = device;
+    if (onnx) {
+        logMessage(fmt::format("[{}] : createNetwork : (Begin) ov api read_model for [{}] network.",
+                               makeLogTag(), networkIdentifier));
+        record.model = onnx->read();
+        logMessage(fmt::format("[{}] : createNetwork : (Cease) ov api read_model for [{}] network.",
+                               makeLogTag(), networkIdentifier));
+        innerCreateNetwork(networkIdentifier, properties);
+        engine.current_network = networkIdentifier;
+        return;
+    }
     // The host may free its XML text as soon as this returns, so the record keeps a copy.
     if (!record.model_text) {
         std::shared_ptr<char[]> text(new char[xmlSize + 1]());
@@ -929,7 +973,7 @@ std::vector<std::string> openvino::getDeviceSupportProperties(const std::string&
     return checked_at(devicePropertyTable(), family);
 }
 
-DevicePropertyValue openvino::get_device_property(const std::string& device,
+DevicePropertyValue openvino::getDeviceProperty(const std::string& device,
                                                   const std::string& property) {
     if (device.empty()) raise("device parameter is empty.");
     if (property.empty()) raise("supported_property parameter is empty.");

@@ -192,7 +192,7 @@ std::vector<std::string> windows_ml::getModelInnerIDs() {
 }
 
 void windows_ml::createNetwork(const std::string& network_id, const std::string& device,
-                               const std::string& inner_id) {
+                               const std::string& inner_id, const PropertyMap&) {
     auto it = state_->inner_models.find(inner_id);
     if (it == state_->inner_models.end())
         raise("{} is not a supported plugin model id. Please use getSupportedModelIDs function "
@@ -202,14 +202,14 @@ void windows_ml::createNetwork(const std::string& network_id, const std::string&
 }
 
 void windows_ml::createNetwork(const std::string& network_id, const std::string& device,
-                               const std::vector<ModelBuffer>& buffers) {
+                               const std::vector<ModelBuffer>& buffers, const PropertyMap&) {
     if (buffers.size() != 1)
         raise("model buffer number is {}, the number is not supported.", buffers.size());
     createNetwork(network_id, device, buffers[0].first, buffers[0].second);
 }
 
 void windows_ml::createNetwork(const std::string& network_id, const std::string& device,
-                               const std::vector<std::filesystem::path>& files) {
+                               const std::vector<std::filesystem::path>& files, const PropertyMap&) {
     if (files.size() != 1) raise("model file is {}, the number is not supported.", files.size());
     const auto& path = files[0];
     const std::size_t size = static_cast<std::size_t>(std::filesystem::file_size(path));
@@ -282,6 +282,11 @@ void windows_ml::switchNetwork(const std::string& network_id) {
 
 void windows_ml::removeNetwork(const std::string& network_id) {
     state_->networks.erase(network_id);
+}
+
+void windows_ml::forgetFailedCreation(const std::string& network_id, const std::string& facade_current) {
+    removeNetwork(network_id);
+    if (!facade_current.empty()) switchNetwork(facade_current);
 }
 
 std::string windows_ml::getNetworkDevice(const std::string& network_id) {

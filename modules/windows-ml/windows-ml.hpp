@@ -10,6 +10,7 @@
 #include <unordered_map>
 #include <vector>
 
+#include "kel/cxx/engine_backend.hpp"
 #include "kel/cxx/types.hpp"
 
 namespace kel {
@@ -20,40 +21,46 @@ class Platform;
 
 struct windows_ml_InferenceEngine;
 
-class windows_ml {
+class windows_ml final : public EngineBackend {
 public:
     windows_ml();
     // Over another machine-learning runtime than the platform's own (tests use a fake).
     explicit windows_ml(std::shared_ptr<windows_ml_platform::Platform> platform);
 
-    std::vector<std::string> getSupportedDevices();
-    void registerModelAsInnerID(const std::string& inner_id, const std::vector<ModelBuffer>& buffers);
-    void unregisterInnerID(const std::string& inner_id);
-    std::vector<std::string> getModelInnerIDs();
+    std::vector<std::string> getSupportedDevices() override;
+    void registerModelAsInnerID(const std::string& inner_id, const std::vector<ModelBuffer>& buffers) override;
+    void unregisterInnerID(const std::string& inner_id) override;
+    std::vector<std::string> getModelInnerIDs() override;
 
+    // Network properties are OpenVINO's; this engine takes none.
     void createNetwork(const std::string& network_id, const std::string& device,
-                       const std::string& inner_id);
+                       const std::string& inner_id, const PropertyMap& = {}) override;
     void createNetwork(const std::string& network_id, const std::string& device,
-                       const std::vector<ModelBuffer>& buffers);
+                       const std::vector<ModelBuffer>& buffers, const PropertyMap& = {}) override;
     void createNetwork(const std::string& network_id, const std::string& device,
-                       const std::vector<std::filesystem::path>& files);
+                       const std::vector<std::filesystem::path>& files, const PropertyMap& = {}) override;
     void createNetwork(const std::string& network_id, const std::string& device, const void* data,
                        const std::size_t& size);
-    void switchNetwork(const std::string& network_id);
-    void removeNetwork(const std::string& network_id);
-    std::string getNetworkDevice(const std::string& network_id);
+    void switchNetwork(const std::string& network_id) override;
+    void removeNetwork(const std::string& network_id) override;
+    std::string getNetworkDevice(const std::string& network_id) override;
+    // A failed creation may have made the failed network current: the facade's is restored.
+    void forgetFailedCreation(const std::string& network_id, const std::string& facade_current) override;
 
-    std::vector<std::string> getInputLayerNames();
-    std::vector<std::string> getOutputLayerNames();
+    std::vector<std::string> getInputLayerNames() override;
+    std::vector<std::string> getOutputLayerNames() override;
+    void setLayerData(const std::string& layer, std::any data, const std::vector<std::uint64_t>& dims) override {
+        setLayerData(layer, std::move(data), dims, false);
+    }
     void setLayerData(const std::string& layer, std::any data, const std::vector<std::uint64_t>& dims,
                       bool internal);
-    void* getLayerData(const std::string& layer);
-    const std::vector<std::uint64_t> getLayerDims(const std::string& layer);
-    std::tuple<std::string, std::uint64_t> getLayerPrecision(const std::string& layer);
-    void infer();
+    void* getLayerData(const std::string& layer) override;
+    const std::vector<std::uint64_t> getLayerDims(const std::string& layer) override;
+    std::tuple<std::string, std::uint64_t> getLayerPrecision(const std::string& layer) override;
+    void infer() override;
 
-    std::unordered_map<std::string, std::string> getEngineMutableProperties();
-    std::string version();
+    std::unordered_map<std::string, std::string> getEngineMutableProperties() override;
+    std::string version() override;
 
 private:
     std::shared_ptr<windows_ml_InferenceEngine> state_;

@@ -113,6 +113,22 @@ TEST(InnerModels, UnregisteringWaitsForTheLastNetworkAndFreesTheLibrary) {
     EXPECT_FALSE(isLoaded(library));
 }
 
+TEST(InnerModels, ANullModelObjectIsRegisteredLikeAnyOther) {
+    const auto library = t::pluginLibrary("kel_pm_null_object");
+    kel::MLEngine engine;
+    engine.registerModelAsInnerID("null", library);
+    EXPECT_THAT(engine.getModelInnerIDs("WindowsML"), ElementsAre("null"));
+    engine.createNetwork("WindowsML", "n", "CPU", std::string("null"), {});
+    EXPECT_THAT(engine.getInputLayerNames(), testing::UnorderedElementsAre("a", "b"));
+    t::capturedStderr([&] {
+        engine.createNetwork("OpenVINO", "files", "CPU",
+                             std::vector<std::filesystem::path>{t::openvinoModel("static.xml")}, {});
+    });
+    engine.removeNetwork("n");
+    engine.unregisterInnerID("null");
+    EXPECT_FALSE(isLoaded(library));
+}
+
 TEST(InnerModels, ListingNeedsAKnownEngine) {
     kel::MLEngine engine;
     EXPECT_THAT(t::thrownText([&] { engine.getModelInnerIDs(""); }), HasSubstr("\nEngine Name is empty!\n"));

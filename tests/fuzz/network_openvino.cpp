@@ -1,5 +1,5 @@
-// An IR model from arbitrary bytes on the OpenVINO engine. Input: the XML text, then
-// optionally the separator line below and the weights.
+// A model from arbitrary bytes on the OpenVINO engine. Input: the XML text (or ONNX bytes),
+// then optionally the separator line below and the weights.
 #include <string_view>
 
 #include "tests/fuzz/network.hpp"

@@ -46,7 +46,9 @@ seed() {  # target corpus-dir
         else
           cp "$x" "$dir/seed-$(basename "$x")"
         fi
-      done ;;
+      done
+      # ONNX bytes take the ONNX front end's path.
+      for f in "$DATA"/openvino/*.onnx; do cp "$f" "$dir/seed-$(basename "$f")"; done ;;
     network_onnx)
       for f in "$DATA"/onnx/*.onnx "$DATA"/openvino/*.onnx; do cp "$f" "$dir/seed-$(basename "$f")"; done ;;
   esac

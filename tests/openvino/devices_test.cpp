@@ -32,18 +32,18 @@ TEST(OpenvinoDevices, PropertyNamesPerFamily) {
 
 TEST(OpenvinoDevices, PropertyValues) {
     openvino backend;
-    EXPECT_EQ(kelMessage([&] { backend.get_device_property("", "X"); }), "device parameter is empty.");
-    EXPECT_EQ(kelMessage([&] { backend.get_device_property("CPU", ""); }),
+    EXPECT_EQ(kelMessage([&] { backend.getDeviceProperty("", "X"); }), "device parameter is empty.");
+    EXPECT_EQ(kelMessage([&] { backend.getDeviceProperty("CPU", ""); }),
               "supported_property parameter is empty.");
-    EXPECT_EQ(kelMessage([&] { backend.get_device_property("AUTO", "FULL_DEVICE_NAME"); }),
+    EXPECT_EQ(kelMessage([&] { backend.getDeviceProperty("AUTO", "FULL_DEVICE_NAME"); }),
               "could not get the property for AUTO device.");
 
-    const DevicePropertyValue name = backend.get_device_property("CPU", "FULL_DEVICE_NAME");
+    const DevicePropertyValue name = backend.getDeviceProperty("CPU", "FULL_DEVICE_NAME");
     ASSERT_TRUE(std::holds_alternative<std::string>(name));
     EXPECT_FALSE(std::get<std::string>(name).empty());
     // Not listed by the device, or no such device: nothing, not an error.
-    EXPECT_TRUE(std::holds_alternative<std::monostate>(backend.get_device_property("CPU", "DEVICE_GOPS")));
-    EXPECT_TRUE(std::holds_alternative<std::monostate>(backend.get_device_property("GPU.3", "FULL_DEVICE_NAME")));
+    EXPECT_TRUE(std::holds_alternative<std::monostate>(backend.getDeviceProperty("CPU", "DEVICE_GOPS")));
+    EXPECT_TRUE(std::holds_alternative<std::monostate>(backend.getDeviceProperty("GPU.3", "FULL_DEVICE_NAME")));
 }
 
 }  // namespace

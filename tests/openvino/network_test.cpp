@@ -82,6 +82,10 @@ TEST_F(OpenvinoNetworks, FromBuffersTheXmlCanBeFreedAtOnce) {
     const std::vector<char> xml = readBytes(modelDir() / "noweights.xml");
     backend.createNetwork("noweights", "CPU", std::vector<ModelBuffer>{{xml.data(), xml.size()}}, {});
     check("noweights");
+    // An ONNX model in memory reads as from its file.
+    const std::vector<char> onnx = readBytes(modelDir() / "static.onnx");
+    backend.createNetwork("onnx", "CPU", std::vector<ModelBuffer>{{onnx.data(), onnx.size()}}, {});
+    check("static");
 }
 
 TEST_F(OpenvinoNetworks, FromRegisteredInnerModels) {
@@ -164,6 +168,9 @@ TEST_F(OpenvinoNetworks, RefusedModelSources) {
     const std::size_t one = 1, none = 0;
     EXPECT_EQ(kelMessage([&] { backend.createNetwork("n", "CPU", nullptr, one, nullptr, none, {}); }),
               "xml_buffer must be set. Current buffer is nullptr. Please check your xml_buffer.");
+    const std::string junk = "\x08\x07junk that is neither XML nor ONNX";
+    EXPECT_EQ(kelMessage([&] { backend.createNetwork("n", "CPU", std::vector<ModelBuffer>{{junk.data(), junk.size()}}, {}); }),
+              "xml_buffer is neither an XML model description nor an ONNX model. Please check your xml_buffer.");
     EXPECT_THROW(backend.getNetworkDevice("n"), std::out_of_range) << "refused before any record";
 }
 

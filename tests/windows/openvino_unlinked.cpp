@@ -69,7 +69,7 @@ std::tuple<std::string, std::uint64_t> openvino::getLayerPrecision(const std::st
 void openvino::infer() { unlinked(); }
 std::vector<std::string> openvino::getSupportedDevices() { unlinked(); }
 std::vector<std::string> openvino::getDeviceSupportProperties(const std::string&) { unlinked(); }
-DevicePropertyValue openvino::get_device_property(const std::string&, const std::string&) { unlinked(); }
+DevicePropertyValue openvino::getDeviceProperty(const std::string&, const std::string&) { unlinked(); }
 void openvino::overrideLibraryDirectory(std::optional<std::wstring>) {}
 
 }  // namespace kel
