@@ -1,7 +1,7 @@
 #!/usr/bin/env python3
 """Writes the small ONNX models the tests run, with inputs and numpy-computed outputs.
 
-Run with the project's virtual environment:  .venv/bin/python tests/models/make_onnx_models.py
+Run with the project's virtual environment:  .venv/bin/python tools/models/make_onnx_models.py
 
 For each model <m>.onnx it writes <m>.<layer>.in.bin per input and <m>.<layer>.out.bin per
 output: the raw little-endian elements, C order. Half-precision outputs are stored as
@@ -16,7 +16,7 @@ import numpy as np
 import onnx
 from onnx import TensorProto, helper, numpy_helper
 
-OUT = os.path.join(os.path.dirname(os.path.abspath(__file__)), "..", "data", "onnx")
+OUT = os.path.join(os.path.dirname(os.path.abspath(__file__)), "..", "..", "tests", "data", "onnx")
 OPSET = 13
 IR_VERSION = 8
 rng = np.random.default_rng(20240607)

@@ -1,7 +1,7 @@
 """Builds the small OpenVINO test models and their expected outputs.
 
 Run from the repository root with the project's virtual environment:
-    .venv/bin/python tests/models/make_openvino_models.py
+    .venv/bin/python tools/models/make_openvino_models.py
 
 Every model is written to tests/data/openvino/. Inputs come from a fixed seed; the
 expected outputs are computed with numpy alone, so a fault in the runtime or in kel
@@ -18,7 +18,7 @@ from onnx import TensorProto, helper, numpy_helper
 import openvino as ov
 import openvino.opset13 as ops
 
-OUT = pathlib.Path(__file__).resolve().parent.parent / "data" / "openvino"
+OUT = pathlib.Path(__file__).resolve().parents[2] / "tests" / "data" / "openvino"
 rng = np.random.default_rng(20250414)
 manifest = []
 
