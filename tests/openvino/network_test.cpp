@@ -13,7 +13,7 @@ namespace {
 
 using test::kelMessage;
 using test::modelDir;
-using test::readBytes;
+using test::readFile;
 using test::runAndCheck;
 using ::testing::HasSubstr;
 
@@ -68,8 +68,8 @@ TEST_F(OpenvinoNetworks, EveryModelFromFilesGivesTheReferenceNumbers) {
 
 TEST_F(OpenvinoNetworks, FromBuffersTheXmlCanBeFreedAtOnce) {
     for (const char* model : {"static", "multi", "types"}) {
-        const std::vector<char> weights = readBytes(modelDir() / (std::string(model) + ".bin"));
-        auto xml = std::make_unique<std::vector<char>>(readBytes(modelDir() / (std::string(model) + ".xml")));
+        const std::string weights = readFile(modelDir() / (std::string(model) + ".bin"));
+        auto xml = std::make_unique<std::string>(readFile(modelDir() / (std::string(model) + ".xml")));
         backend.createNetwork(model, "CPU",
                               std::vector<ModelBuffer>{{xml->data(), xml->size()},
                                                        {weights.data(), weights.size()}},
@@ -79,19 +79,19 @@ TEST_F(OpenvinoNetworks, FromBuffersTheXmlCanBeFreedAtOnce) {
         check(model);
     }
     // A single buffer: no weights at all.
-    const std::vector<char> xml = readBytes(modelDir() / "noweights.xml");
+    const std::string xml = readFile(modelDir() / "noweights.xml");
     backend.createNetwork("noweights", "CPU", std::vector<ModelBuffer>{{xml.data(), xml.size()}}, {});
     check("noweights");
     // An ONNX model in memory reads as from its file.
-    const std::vector<char> onnx = readBytes(modelDir() / "static.onnx");
+    const std::string onnx = readFile(modelDir() / "static.onnx");
     backend.createNetwork("onnx", "CPU", std::vector<ModelBuffer>{{onnx.data(), onnx.size()}}, {});
     check("static");
 }
 
 TEST_F(OpenvinoNetworks, FromRegisteredInnerModels) {
-    const std::vector<char> xml = readBytes(modelDir() / "multi.xml");
-    const std::vector<char> weights = readBytes(modelDir() / "multi.bin");
-    const std::vector<char> bare = readBytes(modelDir() / "noweights.xml");
+    const std::string xml = readFile(modelDir() / "multi.xml");
+    const std::string weights = readFile(modelDir() / "multi.bin");
+    const std::string bare = readFile(modelDir() / "noweights.xml");
     backend.registerModelAsInnerID("multi-model", {{xml.data(), xml.size()}, {weights.data(), weights.size()}});
     backend.registerModelAsInnerID("bare-model", {{bare.data(), bare.size()}});
     EXPECT_EQ(backend.getModelInnerIDs(), (std::vector<std::string>{"bare-model", "multi-model"}));

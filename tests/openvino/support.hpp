@@ -17,6 +17,7 @@
 
 #include "kel/cxx/KELException.hpp"
 #include "modules/openvino/openvino.hpp"
+#include "tests/support/support.hpp"
 
 namespace kel::test {
 
@@ -24,17 +25,11 @@ inline std::filesystem::path modelDir() {
     return std::filesystem::path(KEL_TEST_DATA_DIR) / "openvino";
 }
 
-inline std::vector<char> readBytes(const std::filesystem::path& path) {
-    std::ifstream in(path, std::ios::binary);
-    EXPECT_TRUE(in) << path;
-    return {std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>()};
-}
-
 // A stored tensor: raw little-endian bytes plus what manifest.txt says about them.
 struct RefTensor {
     std::string type;  // numpy's name: float32, float16, uint8, int8
     std::vector<std::uint64_t> dims;
-    std::vector<char> bytes;
+    std::string bytes;
 };
 
 inline RefTensor reference(const std::string& model, const std::string& kind,
@@ -47,7 +42,7 @@ inline RefTensor reference(const std::string& model, const std::string& kind,
         std::string name, type, dims;
         fields >> name >> type >> dims;
         if (name != file) continue;
-        RefTensor t{type, {}, readBytes(modelDir() / file)};
+        RefTensor t{type, {}, readFile(modelDir() / file)};
         std::istringstream d(dims);
         for (std::string n; std::getline(d, n, ',');) t.dims.push_back(std::stoull(n));
         return t;
@@ -83,22 +78,10 @@ inline void runAndCheck(openvino& backend, const std::string& model,
         expectMatches(backend.getLayerData(layer), reference(model, "out", layer), model + "/" + layer);
 }
 
-// The message of a KELException thrown by `call`; it must come from the back-end's file.
-inline std::string kelMessage(const std::function<void()>& call) {
-    try {
-        call();
-    } catch (const KELException& e) {
-        const std::string text = e.what();
-        const std::string head = "[KEL Exception] modules/openvino/vino-api2.0.cpp:";
-        EXPECT_EQ(text.rfind(head, 0), 0u) << text;
-        const auto start = text.find('\n');
-        return text.substr(start + 1, text.size() - start - 2);
-    } catch (const std::exception& e) {
-        ADD_FAILURE() << "not a KELException: " << e.what();
-        return {};
-    }
-    ADD_FAILURE() << "nothing thrown";
-    return {};
+// The message of a KELException that `call` throws from the back-end's file.
+template <class F>
+std::string kelMessage(F&& call) {
+    return kelMessageFrom("modules/openvino/vino-api2.0.cpp", std::forward<F>(call));
 }
 
 }  // namespace kel::test

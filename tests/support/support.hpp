@@ -10,6 +10,7 @@
 #include <vector>
 
 #include "kel/c/kel.h"
+#include "kel/cxx/KELException.hpp"
 
 namespace kel::test {
 
@@ -82,17 +83,22 @@ inline std::string pendingText(void* handle) {
     return text;
 }
 
-// Files in the temporary directory that look like kel's plugins lists ("<thread>-<ticks>.xml").
-inline std::vector<std::string> pluginsListFiles() {
-    std::vector<std::string> names;
-    for (const auto& entry : std::filesystem::directory_iterator(std::filesystem::temp_directory_path())) {
-        const std::string name = entry.path().filename().string();
-        const auto dash = name.find('-');
-        if (entry.path().extension() == ".xml" && dash != std::string::npos && dash > 0 &&
-            std::isdigit(static_cast<unsigned char>(name[0])))
-            names.push_back(name);
+// The message of the KELException that `call` throws, which must come from `file`.
+template <class F>
+std::string kelMessageFrom(const char* file, F&& call) {
+    try {
+        call();
+    } catch (const KELException& e) {
+        EXPECT_STREQ(e.location().file_name(), file);
+        const std::string text = e.what();
+        const auto start = text.find('\n');
+        return text.substr(start + 1, text.size() - start - 2);
+    } catch (const std::exception& e) {
+        ADD_FAILURE() << "not a KELException: " << e.what();
+        return {};
     }
-    return names;
+    ADD_FAILURE() << "nothing thrown";
+    return {};
 }
 
 }  // namespace kel::test

@@ -9,25 +9,16 @@
 #include "fake_platform.hpp"
 #include "kel/cxx/KELException.hpp"
 #include "modules/windows-ml/windows-ml.hpp"
+#include "tests/support/support.hpp"
 
 namespace kel::test {
 namespace {
 
 using namespace wmp::tensor_kind;
 
-// The message of a KELException thrown by the back-end's own file.
 template <class F>
-std::string kelMessage(F&& f) {
-    try {
-        f();
-    } catch (const KELException& e) {
-        EXPECT_STREQ(e.location().file_name(), "modules/windows-ml/windows-ml.cpp");
-        std::string text = e.what();
-        auto first = text.find('\n');
-        return text.substr(first + 1, text.size() - first - 2);
-    }
-    ADD_FAILURE() << "no KELException";
-    return {};
+std::string kelMessage(F&& call) {
+    return kelMessageFrom("modules/windows-ml/windows-ml.cpp", std::forward<F>(call));
 }
 
 class WindowsMlFake : public ::testing::Test {

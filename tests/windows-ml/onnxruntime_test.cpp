@@ -9,24 +9,16 @@
 
 #include "modules/windows-ml/platform.hpp"
 #include "modules/windows-ml/windows-ml.hpp"
+#include "tests/support/models.hpp"
 
 namespace kel::test {
 namespace {
 
-const std::filesystem::path kDir = std::filesystem::path(KEL_TEST_DATA_DIR) / "onnx";
-
-std::vector<char> readFile(const std::filesystem::path& path) {
-    std::ifstream in(path, std::ios::binary);
-    EXPECT_TRUE(in.is_open()) << path;
-    return {std::istreambuf_iterator<char>(in), {}};
-}
+const std::filesystem::path kDir = dataDir() / "onnx";
 
 template <class T>
 std::vector<T> data(const std::string& name) {
-    const auto bytes = readFile(kDir / name);
-    std::vector<T> out(bytes.size() / sizeof(T));
-    std::memcpy(out.data(), bytes.data(), out.size() * sizeof(T));
-    return out;
+    return readArray<T>(kDir / name);
 }
 
 template <class T>
