@@ -103,6 +103,8 @@ TEST(Networks, RegistryRulesAndTheirTexts) {
                 HasSubstr("\nnetwork_identifier is empty! \n"));
     EXPECT_THAT(text([&] { engine.createNetwork("OpenVINO", "n", "CPU", std::string(), kNone); }),
                 HasSubstr("\ninner_model_identifier is empty! \n"));
+    EXPECT_THAT(text([&] { engine.createNetwork("OpenVINO", "", "CPU", std::vector<std::filesystem::path>{}, kNone); }),
+                HasSubstr("\nnetwork_identifier is empty! \n"));  // before the files
     EXPECT_THAT(text([&] { engine.createNetwork("OpenVINO", "n", "CPU", std::vector<std::filesystem::path>{}, kNone); }),
                 HasSubstr("\nmodel_files is empty! \n"));
     EXPECT_THAT(text([&] { engine.createNetwork("Onnx", "n", "CPU", none, kNone); }),
