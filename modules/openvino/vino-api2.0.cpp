@@ -722,33 +722,24 @@ void openvino::createNetwork(const std::string& networkIdentifier, const std::st
     auto& engine = state(engine_);
     auto& record = storeNewRecord(engine, networkIdentifier);
     record.device = device;
-    if (onnx) {
-        logMessage(fmt::format("[{}] : createNetwork : (Begin) ov api read_model for [{}] network.",
-                               makeLogTag(), networkIdentifier));
-        record.model = onnx->read();
-        logMessage(fmt::format("[{}] : createNetwork : (Cease) ov api read_model for [{}] network.",
-                               makeLogTag(), networkIdentifier));
-        innerCreateNetwork(networkIdentifier, properties);
-        engine.current_network = networkIdentifier;
-        return;
-    }
-    // The host may free its XML text as soon as this returns, so the record keeps a copy.
-    if (!record.model_text) {
-        std::shared_ptr<char[]> text(new char[xmlSize + 1]());
-        std::memcpy(text.get(), xmlBuffer, xmlSize);
-        record.model_text = std::move(text);
-        record.model_text_size = xmlSize;
-    }
-    const std::string model(record.model_text.get(), record.model_text_size);
-    // The weights are only wrapped: they must outlive the network.
-    const ov::Tensor weights =
-        weightsBuffer != nullptr
-            ? ov::Tensor(ov::element::u8, ov::Shape{weightsSize}, const_cast<void*>(weightsBuffer))
-            : ov::Tensor(ov::element::u8, ov::Shape{0});
-    record.device = device;
+    // IR: the host may free its XML text as soon as this returns, so the record keeps a copy;
+    // the weights are only wrapped and must outlive the network.
+    auto readIr = [&] {
+        if (!record.model_text) {
+            std::shared_ptr<char[]> text(new char[xmlSize + 1]());
+            std::memcpy(text.get(), xmlBuffer, xmlSize);
+            record.model_text = std::move(text);
+            record.model_text_size = xmlSize;
+        }
+        const ov::Tensor weights =
+            weightsBuffer != nullptr
+                ? ov::Tensor(ov::element::u8, ov::Shape{weightsSize}, const_cast<void*>(weightsBuffer))
+                : ov::Tensor(ov::element::u8, ov::Shape{0});
+        return record.core.read_model(std::string(record.model_text.get(), record.model_text_size), weights);
+    };
     logMessage(fmt::format("[{}] : createNetwork : (Begin) ov api read_model for [{}] network.",
                            makeLogTag(), networkIdentifier));
-    record.model = record.core.read_model(model, weights);
+    record.model = onnx ? onnx->read() : readIr();
     logMessage(fmt::format("[{}] : createNetwork : (Cease) ov api read_model for [{}] network.",
                            makeLogTag(), networkIdentifier));
     innerCreateNetwork(networkIdentifier, properties);
