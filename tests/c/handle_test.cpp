@@ -30,12 +30,10 @@ protected:
 TEST_F(Handle, NullHandlesAndNullPointersAreRefusedQuietly) {
     std::uint64_t n = 7;
     char buf[8] = "xxxxxxx";
-    EXPECT_TRUE(kelHasException(nullptr));
+    // Every function's null-handle sweep is the bad-argument suite's; these are the values.
     EXPECT_EQ(kelGetExceptionStringLength(nullptr, &n), -1);
     EXPECT_EQ(kelGetExceptionString(nullptr, buf), -1);
     EXPECT_EQ(kelResetExceptionString(nullptr), -1);
-    kelDestory(nullptr);
-    kelSetLogCallback(nullptr, nullptr);
     kelSelfVersion(nullptr, &n, buf);
     kelVersion(nullptr, "OpenVINO", &n, buf);
     EXPECT_EQ(n, 7u);

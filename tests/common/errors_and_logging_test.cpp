@@ -7,7 +7,6 @@
 #include "kel/common/error.hpp"
 #include "kel/common/log.hpp"
 #include "kel/cxx/MLEngine.hpp"
-#include "modules/openvino/openvino.hpp"
 #include "tests/support/support.hpp"
 
 using testing::HasSubstr;
@@ -41,17 +40,6 @@ TEST(KELExceptionText, RaiseFormatsPositionallyAndLocatesTheCaller) {
         return;
     }
     FAIL() << "nothing thrown";
-}
-
-TEST(KELExceptionText, FacadeExceptionsNameRepositoryRelativeFiles) {
-    kel::MLEngine engine;
-    const std::string text = kel::test::thrownText([&] { engine.version(""); });
-    EXPECT_THAT(text, MatchesRegex("\\[KEL Exception\\] kel/cxx/version\\.cpp:[0-9]+\nEngine Name is empty!\n"));
-    // The back-end's own failures name the back-end's file.
-    kel::openvino backend;
-    EXPECT_THAT(kel::test::thrownText([&] { backend.getDeviceSupportProperties(""); }),
-                MatchesRegex("\\[KEL Exception\\] modules/openvino/vino-api2\\.0\\.cpp:[0-9]+\n"
-                             "device parameter is empty\\.\n"));
 }
 
 TEST(StandardTexts, HelpersKeepTheFixedTexts) {

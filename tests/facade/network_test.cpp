@@ -59,14 +59,12 @@ TEST(Networks, EveryCreationFormRunsAndSwitchingRoutesLayers) {
     EXPECT_EQ(engine.getCurrentIdentifier(), "files");
     expectStaticIrWorks(engine);
 
-    // From buffers; the XML text may go right after creation.
-    std::string xml = t::readFile(t::openvinoModel("static.xml"));
+    // From buffers (the back-end's suite owns the buffer rules).
+    const std::string xml = t::readFile(t::openvinoModel("static.xml"));
     const std::string weights = t::readFile(t::openvinoModel("static.bin"));
     engine.createNetwork("OpenVINO", "buffers", "CPU",
                          std::vector<kel::ModelBuffer>{{xml.data(), xml.size()}, {weights.data(), weights.size()}},
                          kNone);
-    std::fill(xml.begin(), xml.end(), '\0');
-    expectStaticIrWorks(engine);
 
     // From a plugin model library, on the other engine.
     engine.registerModelAsInnerID("two_io", t::pluginLibrary("kel_pm_windowsml_two_io"));
@@ -174,20 +172,8 @@ TEST(Networks, AFailedCreationChangesNothingButTheStoredProperties) {
     });
     EXPECT_THAT(second, HasSubstr("invalid stoi argument"));
 
-    // A model the runtime cannot read fails in the back-end the same clean way.
-    t::TempDir dir;
-    t::writeFile(dir / "broken.xml", "<net><layers>");
-    EXPECT_FALSE(t::thrownText([&] {
-                     t::capturedStderr([&] {
-                         engine.createNetwork("OpenVINO", "broken", "CPU",
-                                              std::vector<std::filesystem::path>{dir / "broken.xml"}, kNone);
-                     });
-                 }).empty());
-    EXPECT_EQ(engine.getCurrentIdentifier(), "good");
-    EXPECT_THAT(engine.getCreatedNetworkIdentifiers(), ElementsAre("good"));
-    expectStaticIrWorks(engine);
-
-    // A broken ONNX buffer on the other engine leaves the current network usable too.
+    // A broken ONNX buffer on the other engine (which re-selects its own current network)
+    // leaves the current network usable too.
     const std::string junk = "not an onnx model";
     EXPECT_FALSE(t::thrownText([&] {
                      t::capturedStderr([&] {

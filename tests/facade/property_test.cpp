@@ -2,6 +2,8 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <functional>
+
 #include "kel/cxx/MLEngine.hpp"
 #include "tests/support/support.hpp"
 
@@ -14,32 +16,21 @@ namespace {
 
 namespace t = kel::test;
 
-TEST(Properties, DevicesAndTheirProperties) {
+// The facade's own rules; the devices and their properties belong to the back-end's suite.
+TEST(Properties, DeviceQueriesCheckTheirArgumentsInOrder) {
     kel::MLEngine engine;
-    const auto ov = engine.getSupportedDevices("OpenVINO");
-    ASSERT_GE(ov.size(), 2u);
-    EXPECT_EQ(ov[0], "AUTO");
-    EXPECT_THAT(ov, Contains("CPU"));
     EXPECT_THAT(engine.getSupportedDevices("WindowsML"), ElementsAre("AUTO", "CPU"));
-    EXPECT_THAT(engine.getDeviceSupportProperties("OpenVINO", "CPU"),
-                ElementsAre("FULL_DEVICE_NAME", "DEVICE_ARCHITECTURE"));
     EXPECT_THAT(engine.getDeviceSupportProperties("WindowsML", "CPU"), IsEmpty());
-
-    const auto name = engine.getDeviceProperty("OpenVINO", "CPU", "FULL_DEVICE_NAME");
-    ASSERT_TRUE(std::holds_alternative<std::string>(name));
-    EXPECT_FALSE(std::get<std::string>(name).empty());
     EXPECT_TRUE(std::holds_alternative<std::monostate>(engine.getDeviceProperty("WindowsML", "CPU", "FULL_DEVICE_NAME")));
-    EXPECT_TRUE(std::holds_alternative<std::monostate>(engine.getDeviceProperty("OpenVINO", "GPU", "FULL_DEVICE_NAME")));
-
-    // "AUTO" is refused before the engine name is even looked up.
-    EXPECT_THAT(t::thrownText([&] { engine.getDeviceSupportProperties("NoSuchEngine", "AUTO"); }),
-                HasSubstr("\ncould not get the property for AUTO device.\n"));
-    EXPECT_THAT(t::thrownText([&] { engine.getDeviceSupportProperties("OpenVINO", ""); }),
-                HasSubstr("\ndevice is empty! \n"));
-    EXPECT_THAT(t::thrownText([&] { engine.getDeviceProperty("OpenVINO", "CPU", ""); }),
-                HasSubstr("\nsupported_property is empty! \n"));
-    EXPECT_THAT(t::thrownText([&] { engine.getSupportedDevices("openvino"); }),
-                HasSubstr("\nNot support openvino engine.\n"));
+    const std::pair<std::function<void()>, const char*> refusals[] = {
+        // "AUTO" is refused before the engine name is even looked up.
+        {[&] { engine.getDeviceSupportProperties("NoSuchEngine", "AUTO"); }, "could not get the property for AUTO device."},
+        {[&] { engine.getDeviceSupportProperties("OpenVINO", ""); }, "device is empty! "},
+        {[&] { engine.getDeviceProperty("OpenVINO", "CPU", ""); }, "supported_property is empty! "},
+        {[&] { engine.getSupportedDevices("openvino"); }, "Not support openvino engine."},
+    };
+    for (const auto& [call, text] : refusals)
+        EXPECT_THAT(t::thrownText(call), HasSubstr("\n" + std::string(text) + "\n"));
 }
 
 TEST(Properties, MutablePropertiesAreTypeChecked) {
