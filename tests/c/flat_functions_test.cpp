@@ -18,12 +18,7 @@ using kel::test::pendingText;
 namespace t = kel::test;
 
 
-// Takes the pending text and clears it.
-std::string takeText(void* h) {
-    std::string text = pendingText(h);
-    kelResetExceptionString(h);
-    return text;
-}
+using kel::test::takeText;
 
 class Flat : public testing::Test {
 protected:

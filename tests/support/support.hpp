@@ -83,6 +83,13 @@ inline std::string pendingText(void* handle) {
     return text;
 }
 
+// The handle's pending text, cleared.
+inline std::string takeText(void* handle) {
+    std::string text = pendingText(handle);
+    kelResetExceptionString(handle);
+    return text;
+}
+
 // The message of the KELException that `call` throws, which must come from `file`.
 template <class F>
 std::string kelMessageFrom(const char* file, F&& call) {

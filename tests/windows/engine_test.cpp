@@ -15,7 +15,7 @@ namespace {
 
 namespace fs = std::filesystem;
 using kel::wintest::programDir;
-using kel::wintest::takeText;
+using kel::test::takeText;
 using testing::HasSubstr;
 
 constexpr const char* kNotRegistered = "\nWindows Runtime error 0x80040154";  // REGDB_E_CLASSNOTREG
@@ -34,7 +34,7 @@ protected:
 };
 
 TEST_F(Engine, EveryWindowsMLCreationEndsInThePlatformsErrorAndTheEngineGoesOn) {
-    const fs::path model = kel::wintest::dataDir() / "onnx" / "static_two_io.onnx";
+    const fs::path model = kel::test::dataDir() / "onnx" / "static_two_io.onnx";
     // The same model under a name with characters outside ASCII: read, then refused by the
     // platform like the other, so the wide path reached the file.
     const fs::path wide = fs::temp_directory_path() / L"kel-mod\u00e8le-\u6a21\u578b.onnx";
@@ -53,7 +53,7 @@ TEST_F(Engine, EveryWindowsMLCreationEndsInThePlatformsErrorAndTheEngineGoesOn) 
         [&] { kelCreateNetByBuiltin(h, "WindowsML", "net", "CPU", "two_io"); },
     };
     for (const auto& create : creations) {
-        kel::wintest::capturedStderr(create);
+        kel::test::capturedStderr(create);
         EXPECT_THAT(takeText(h), HasSubstr(kNotRegistered));
         EXPECT_EQ(kelGetCreatedNetworkIdentifiersNumber(h), 0);
         EXPECT_EQ(kelGetSupportEngineNumber(h), 2);
@@ -63,7 +63,7 @@ TEST_F(Engine, EveryWindowsMLCreationEndsInThePlatformsErrorAndTheEngineGoesOn) 
     // The C++ interface passes the platform's own error on, as it stands.
     kel::MLEngine engine;
     try {
-        kel::wintest::capturedStderr([&] {
+        kel::test::capturedStderr([&] {
             engine.createNetwork("WindowsML", "net", "CPU", std::vector<std::string>{narrow}, {});
         });
         FAIL() << "created";

@@ -17,13 +17,11 @@ using testing::HasSubstr;
 
 const fs::path kPlugin = programDir() / "kel_pm_windowsml_two_io.dll";
 
-std::string errorOf(const std::function<void()>& f) {
-    try {
-        f();
-    } catch (const std::runtime_error& e) {
-        return e.what();
-    }
-    return "(no error)";
+using kel::test::TempDir;
+
+template <class F>
+std::string errorOf(F&& f) {
+    return kel::test::thrownText(std::forward<F>(f));
 }
 
 std::wstring dllDirectory() {
@@ -31,16 +29,6 @@ std::wstring dllDirectory() {
     GetDllDirectoryW(MAX_PATH, dir);
     return dir;
 }
-
-// A fresh directory in the temporary directory, removed afterwards.
-struct TempDir {
-    fs::path path = fs::temp_directory_path() / ("kel-win-" + std::to_string(GetCurrentProcessId()));
-    TempDir() { fs::create_directories(path); }
-    ~TempDir() {
-        std::error_code ec;
-        fs::remove_all(path, ec);
-    }
-};
 
 fs::path copyWithBytes(const fs::path& from, const fs::path& to, std::size_t keep, std::size_t patch_at = 0,
                        std::uint16_t patch = 0) {
@@ -73,17 +61,17 @@ TEST(ImageCheck, RealDllsPassAndTheirMachineIsNamed) {
 
 TEST(ImageCheck, WhatIsNotADllOfThisMachineIsRefusedOrWarnedAbout) {
     TempDir dir;
-    std::ofstream(dir.path / "text.dll") << "not a library";
-    const fs::path arm = copyWithBytes(kPlugin, dir.path / "arm64.dll", 0, peOffset(kPlugin) + 4, 0xAA64);
-    for (const fs::path& refused : {dir.path / "text.dll", copyWithBytes(kPlugin, dir.path / "cut.dll", 100),
-                                    programDir() / "kel_windows_tests.exe", dir.path / "missing.dll"}) {
+    std::ofstream(dir / "text.dll") << "not a library";
+    const fs::path arm = copyWithBytes(kPlugin, dir / "arm64.dll", 0, peOffset(kPlugin) + 4, 0xAA64);
+    for (const fs::path& refused : {dir / "text.dll", copyWithBytes(kPlugin, dir / "cut.dll", 100),
+                                    programDir() / "kel_windows_tests.exe", dir / "missing.dll"}) {
         SCOPED_TRACE(refused.string());
         EXPECT_FALSE(kel::utils::checkLibraryImage(refused.wstring()));
     }
     // Another machine's DLL passes with a warning.
     bool passed = false;
     const std::string warning =
-        kel::wintest::capturedStderr([&] { passed = kel::utils::checkLibraryImage(arm.wstring()); });
+        kel::test::capturedStderr([&] { passed = kel::utils::checkLibraryImage(arm.wstring()); });
     EXPECT_TRUE(passed);
     EXPECT_EQ(warning, "[KEL Warning]: " + arm.string() +
                            " architecture is WIN-ARM64, Windows OS architecture is WIN-AMD64. Please notice, two "
@@ -120,12 +108,12 @@ TEST(Loader, LoadsByPathWithItsDirectoryAsTheDllDirectoryAndRestoresIt) {
 
 TEST(Loader, RefusesWhatItCannotLoadWithItsTexts) {
     TempDir dir;
-    std::ofstream(dir.path / "text.dll") << "not a library";
-    const std::string missing = (dir.path / "missing.dll").string();
-    const std::string text = (dir.path / "text.dll").string();
-    EXPECT_EQ(errorOf([&] { kel::utils::load_shared_object((dir.path / "missing.dll").wstring()); }),
+    std::ofstream(dir / "text.dll") << "not a library";
+    const std::string missing = (dir / "missing.dll").string();
+    const std::string text = (dir / "text.dll").string();
+    EXPECT_EQ(errorOf([&] { kel::utils::load_shared_object((dir / "missing.dll").wstring()); }),
               missing + " not exists.");
-    EXPECT_EQ(errorOf([&] { kel::utils::load_shared_object((dir.path / "text.dll").wstring()); }),
+    EXPECT_EQ(errorOf([&] { kel::utils::load_shared_object((dir / "text.dll").wstring()); }),
               text + " file is not a valid DLL. load_shared_object failed.");
     const std::string refused = errorOf([] {
         kel::utils::load_shared_object(kPlugin.wstring(), [](const wchar_t*) {
