@@ -143,19 +143,19 @@ TEST_F(Flat, EveryNamedTextHandsOutExactlyItsBytes) {
 }
 
 TEST_F(Flat, CreationChecksPointersInTheirOwnOrder) {
-    kelCreateNetByBuiltin(h, "OpenVINO", "n1", nullptr, nullptr);
-    EXPECT_THAT(takeText(h), HasSubstr("\nbuiltin_model_id pointer is empty!\n"));
-    kelCreateNetByBuiltin(h, "OpenVINO", "n1", nullptr, "static");
-    EXPECT_THAT(takeText(h), HasSubstr("\ndevice pointer is empty!\n"));
-    kelCreateNetByFiles(h, "OpenVINO", nullptr, nullptr, nullptr, nullptr);
-    EXPECT_THAT(takeText(h), HasSubstr("\nidentifier pointer is empty!\n"));
-    kelCreateNetByFilesWithWstring(h, "OpenVINO", "w", "CPU", nullptr, nullptr);
-    EXPECT_THAT(takeText(h), HasSubstr("\nnetwork_file pointer is empty!\n"));
     const char xml[] = "<net/>";
-    kelCreateNetByBuffers(h, "OpenVINO", "b", "CPU", xml, 0, nullptr, 0);
-    EXPECT_THAT(takeText(h), HasSubstr("\nnetwork_buffer pointer is empty!\n"));
-    kelRegisterModelAsInnerIDwithWString(h, "x", nullptr);
-    EXPECT_THAT(takeText(h), HasSubstr("\nmodel_path pointer is empty!\n"));
+    const std::pair<std::function<void()>, const char*> refusals[] = {
+        {[&] { kelCreateNetByBuiltin(h, "OpenVINO", "n1", nullptr, nullptr); }, "builtin_model_id"},
+        {[&] { kelCreateNetByBuiltin(h, "OpenVINO", "n1", nullptr, "static"); }, "device"},
+        {[&] { kelCreateNetByFiles(h, "OpenVINO", nullptr, nullptr, nullptr, nullptr); }, "identifier"},
+        {[&] { kelCreateNetByFilesWithWstring(h, "OpenVINO", "w", "CPU", nullptr, nullptr); }, "network_file"},
+        {[&] { kelCreateNetByBuffers(h, "OpenVINO", "b", "CPU", xml, 0, nullptr, 0); }, "network_buffer"},
+        {[&] { kelRegisterModelAsInnerIDwithWString(h, "x", nullptr); }, "model_path"},
+    };
+    for (const auto& [call, pointer] : refusals) {
+        call();
+        EXPECT_THAT(takeText(h), HasSubstr("\n" + std::string(pointer) + " pointer is empty!\n"));
+    }
 
     // A weights buffer of size 0 is left out: a description without weights still loads.
     const std::string description = t::readFile(t::openvinoModel("noweights.xml"));

@@ -14,35 +14,26 @@ namespace {
 
 using test::kelMessage;
 
-TEST(OpenvinoVersions, ParseVersionNumbers) {
+TEST(OpenvinoVersions, ParsingShapeAndComparison) {
     using V = std::vector<int>;
     EXPECT_EQ(openvino::parseVersionNumbers("32.0.101.2115"), (V{32, 0, 101, 2115}));
-    EXPECT_EQ(openvino::parseVersionNumbers(""), V{});
     EXPECT_EQ(openvino::parseVersionNumbers("1..2."), (V{1, 0, 2}));
     EXPECT_EQ(openvino::parseVersionNumbers("a.-3.99999999999.+4.5x"), (V{0, -3, 0, 0, 0}));
-}
-
-TEST(OpenvinoVersions, IntelDriverShape) {
-    EXPECT_TRUE(openvino::isIntelDriverVersion("31.0.101.2115"));
     EXPECT_TRUE(openvino::isIntelDriverVersion("10.-5.100.1"));
-    for (const char* bad : {"9.0.101.1", "100.0.101.1", "32.0.99.9999", "32.0.101.0",
-                            "32.0.101", "32.0.101.1.1", ""})
+    for (const char* bad : {"9.0.101.1", "100.0.101.1", "32.0.99.9999", "32.0.101.0", "32.0.101", "32.0.101.1.1", ""})
         EXPECT_FALSE(openvino::isIntelDriverVersion(bad)) << bad;
-}
 
-TEST(OpenvinoVersions, CompareDriverVersion) {
-    const std::string min = "32.0.101.2115";
-    EXPECT_TRUE(openvino::compareDriverVersion(min, "31.0.101.2115", 0));  // first two ignored
-    EXPECT_TRUE(openvino::compareDriverVersion(min, "31.0.102.0001", 0));
-    EXPECT_FALSE(openvino::compareDriverVersion(min, "32.0.101.2114", 0));
-    EXPECT_FALSE(openvino::compareDriverVersion(min, "32.0.99.9999", 0));
-    EXPECT_FALSE(openvino::compareDriverVersion(min, "", 0));
-    EXPECT_FALSE(openvino::compareDriverVersion("", min, 0));
-    // Any other mode compares number by number, the shorter padded with zeros.
-    EXPECT_TRUE(openvino::compareDriverVersion("1.2", "1.2.0", 1));
-    EXPECT_TRUE(openvino::compareDriverVersion("1.9", "1.10", 1));
-    EXPECT_FALSE(openvino::compareDriverVersion("1.10", "1.9.99", 1));
-    EXPECT_FALSE(openvino::compareDriverVersion("1.2.1", "1.2", 1));
+    // {minimum, local, mode, passes}: mode 0 compares Intel driver builds (the first two
+    // numbers ignored); any other mode number by number, the shorter padded with zeros.
+    const std::tuple<const char*, const char*, int, bool> rows[] = {
+        {"32.0.101.2115", "31.0.101.2115", 0, true},  {"32.0.101.2115", "31.0.102.0001", 0, true},
+        {"32.0.101.2115", "32.0.101.2114", 0, false}, {"32.0.101.2115", "32.0.99.9999", 0, false},
+        {"32.0.101.2115", "", 0, false},              {"", "32.0.101.2115", 0, false},
+        {"1.2", "1.2.0", 1, true},                    {"1.9", "1.10", 1, true},
+        {"1.10", "1.9.99", 1, false},                 {"1.2.1", "1.2", 1, false},
+    };
+    for (const auto& [minimum, local, mode, passes] : rows)
+        EXPECT_EQ(openvino::compareDriverVersion(minimum, local, mode), passes) << minimum << " vs " << local;
 }
 
 class OpenvinoProperties : public ::testing::Test {
