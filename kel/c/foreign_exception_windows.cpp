@@ -7,7 +7,6 @@
 #include <cstdint>
 
 #include "kel/c/foreign_exception.hpp"
-#include "kel/cxx/KELException.hpp"
 
 namespace kel::c {
 
@@ -22,10 +21,10 @@ std::string foreignExceptionText() noexcept {
                                             message.empty() ? "" : ": ", message))
                 .what();
         } catch (...) {
-            return KELException("An exception of unknown type ended the call.").what();
+            return unknownExceptionText();
         }
     } catch (...) {
-        return "[KEL Exception]\nAn exception of unknown type ended the call.\n";
+        return unknownExceptionText();
     }
 }
 
