@@ -1,4 +1,5 @@
-// The flat functions by group: index-based lists, check orders, layers and properties.
+// The flat functions by group: the handle and its error channel, index-based lists, check
+// orders, layers and properties.
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
@@ -8,17 +9,85 @@
 #include "kel/c/kel.h"
 #include "tests/support/models.hpp"
 
+using testing::AllOf;
 using testing::HasSubstr;
 using testing::StartsWith;
 
 namespace {
 
-using kel::test::pendingText;
-
 namespace t = kel::test;
+using t::pendingText;
+using t::takeText;
+constexpr const char* kSelf = "2025.10.23-78560f91(x64)";
 
+TEST(Handle, WithoutAHandleOrATextNothingIsReadOrWritten) {
+    void* h = kelCreate();
+    std::uint64_t n = 7;
+    char buf[8] = "xxxxxxx";
+    for (void* handle : {static_cast<void*>(nullptr), h}) {
+        EXPECT_EQ(kelGetExceptionStringLength(handle, &n), -1);
+        EXPECT_EQ(kelGetExceptionString(handle, buf), -1);
+        EXPECT_EQ(kelResetExceptionString(handle), -1);
+    }
+    kelSelfVersion(nullptr, &n, buf);
+    kelVersion(nullptr, "OpenVINO", &n, buf);
+    EXPECT_EQ(n, 7u);
+    EXPECT_STREQ(buf, "xxxxxxx");
+    kelVersion(h, nullptr, &n, nullptr);  // reported, not dereferenced
+    EXPECT_THAT(takeText(h), HasSubstr("Engine Name is empty!"));
+    kelDestory(h);
+}
 
-using kel::test::takeText;
+TEST(Handle, VersionsAndThePendingTextRules) {
+    void* h = kelCreate();
+    std::uint64_t n = 0;
+    kelSelfVersion(h, &n, nullptr);
+    std::string self(n + 4, '#');
+    kelSelfVersion(h, nullptr, self.data());
+    EXPECT_EQ(self, std::string(kSelf) + "####");  // no terminator
+    kelVersion(h, "OpenVINO", &n, nullptr);
+    std::string runtime(n + 2, '#');
+    kelVersion(h, "OpenVINO", nullptr, runtime.data());
+    EXPECT_EQ(runtime.substr(n), std::string("\0#", 2));  // a terminator
+
+    kelVersion(h, "NoSuchEngine", nullptr, nullptr);
+    const std::string first = pendingText(h);
+    EXPECT_THAT(first, AllOf(HasSubstr("kel/c/kelVersion.cpp:"),
+                             HasSubstr("\nstring_length and version_string are empty!\n")));
+    // Later calls, failing or not, do nothing; fetching is exact and does not clear.
+    n = 99;
+    kelSelfVersion(h, nullptr, nullptr);
+    kelSelfVersion(h, &n, nullptr);
+    EXPECT_EQ(n, 99u);
+    ASSERT_EQ(kelGetExceptionStringLength(h, &n), 0);
+    std::string buf(n + 1, '@');
+    ASSERT_EQ(kelGetExceptionString(h, buf.data()), 0);
+    EXPECT_EQ(buf, first + "@");
+    // Destroying with a pending text frees nothing: the handle still answers.
+    kelDestory(h);
+    EXPECT_EQ(takeText(h), first);
+    EXPECT_EQ(kelResetExceptionString(h), -1);
+    kelDestory(h);
+}
+
+std::vector<std::string> g_lines;
+void collect(const char* line) { g_lines.push_back(line); }
+void throwingLog(const char*) { throw 7; }
+
+TEST(Handle, LogLinesReachTheCallbackAndItsExceptionsStopAtTheBoundary) {
+    void* h = kelCreate();
+    kelSetLogCallback(h, &collect);
+    ASSERT_EQ(g_lines.size(), 2u);
+    EXPECT_THAT(g_lines[0], HasSubstr(std::string("KEL version is ") + kSelf));
+    // Past kel's extern "C" functions a host's exception would end the host.
+    kelSetLogCallback(h, &throwingLog);
+    EXPECT_THAT(takeText(h), HasSubstr("\nAn exception of unknown type ended the call.\n"));
+    kelSetLogCallback(h, nullptr);
+    EXPECT_EQ(kelGetSupportEngineNumber(h), 2);
+    EXPECT_EQ(g_lines.size(), 2u);
+    EXPECT_FALSE(kelHasException(h));
+    kelDestory(h);
+}
 
 class Flat : public testing::Test {
 protected:

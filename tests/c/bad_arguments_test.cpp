@@ -15,11 +15,9 @@ namespace t = kel::test;
 
 namespace {
 
-using Call = std::function<void(void*)>;
-
 struct Named {
     const char* name;
-    Call call;
+    std::function<void(void*)> call;
 };
 
 // Buffers large enough for any answer, so that only the argument under test is wrong.
@@ -39,14 +37,11 @@ std::vector<Named> badCalls() {
         {"kelVersion", [](void* h) { kelVersion(h, "NoSuchEngine", u64, text); }},
         {"kelGetSupportEngineNumber", [](void* h) { kelGetSupportEngineNumber(h); }},
         {"kelGetSupportEngineLength", [](void* h) { kelGetSupportEngineLength(h, -1); }},
-        {"kelGetSupportEngineLength", [](void* h) { kelGetSupportEngineLength(h, INT_MAX); }},
         {"kelGetSupportEngine", [](void* h) { kelGetSupportEngine(h, 0, nullptr); }},
         {"kelGetSupportEngine", [](void* h) { kelGetSupportEngine(h, INT_MIN, text); }},
         {"kelGetSupportDeviceNumber", [](void* h) { kelGetSupportDeviceNumber(h, nullptr); }},
         {"kelGetSupportDeviceLength", [=](void* h) { kelGetSupportDeviceLength(h, OV, 1000); }},
-        {"kelGetSupportDeviceLength", [](void* h) { kelGetSupportDeviceLength(h, nullptr, 0); }},
         {"kelGetSupportDevice", [=](void* h) { kelGetSupportDevice(h, OV, 0, nullptr); }},
-        {"kelGetSupportDevice", [=](void* h) { kelGetSupportDevice(h, OV, -5, text); }},
         {"kelRegisterModelAsInnerIDwithString", [](void* h) { kelRegisterModelAsInnerIDwithString(h, nullptr, nullptr); }},
         {"kelRegisterModelAsInnerIDwithString", [](void* h) { kelRegisterModelAsInnerIDwithString(h, "m", "/proc/self/status"); }},
         {"kelRegisterModelAsInnerIDwithWString", [](void* h) { kelRegisterModelAsInnerIDwithWString(h, "m", nullptr); }},
@@ -65,16 +60,12 @@ std::vector<Named> badCalls() {
         {"kelCreateNetByBuiltin", [=](void* h) { kelCreateNetByBuiltin(h, OV, "x", "CPU", nullptr); }},
         {"kelCreateNetByBuiltin", [=](void* h) { kelCreateNetByBuiltin(h, OV, "x", "CPU", "never"); }},
         {"kelRemoveNetwork", [](void* h) { kelRemoveNetwork(h, nullptr); }},
-        {"kelRemoveNetwork", [](void* h) { kelRemoveNetwork(h, "never"); }},
         {"kelSwitchNetwork", [](void* h) { kelSwitchNetwork(h, nullptr); }},
-        {"kelSwitchNetwork", [](void* h) { kelSwitchNetwork(h, "never"); }},
         {"kelGetCreatedNetworkIdentifiersNumber", [](void* h) { kelGetCreatedNetworkIdentifiersNumber(h); }},
         {"kelGetCreatedNetworkIdentifierLength", [](void* h) { kelGetCreatedNetworkIdentifierLength(h, 7); }},
         {"kelGetCreatedNetworkIdentifier", [](void* h) { kelGetCreatedNetworkIdentifier(h, 0, nullptr); }},
-        {"kelGetCreatedNetworkIdentifier", [](void* h) { kelGetCreatedNetworkIdentifier(h, -1, text); }},
         {"kelGetNetworkEngineLength", [](void* h) { kelGetNetworkEngineLength(h, nullptr); }},
         {"kelGetNetworkEngine", [](void* h) { kelGetNetworkEngine(h, "keep", nullptr); }},
-        {"kelGetNetworkEngine", [](void* h) { kelGetNetworkEngine(h, "never", text); }},
         {"kelGetNetworkDeviceLength", [](void* h) { kelGetNetworkDeviceLength(h, "never"); }},
         {"kelGetNetworkDevice", [](void* h) { kelGetNetworkDevice(h, "keep", nullptr); }},
         {"kelGetCurrentEngineLength", [](void* h) { kelGetCurrentEngineLength(h); }},
@@ -84,14 +75,11 @@ std::vector<Named> badCalls() {
         {"kelGetCurrentNetworkDeviceLength", [](void* h) { kelGetCurrentNetworkDeviceLength(h); }},
         {"kelGetCurrentNetworkDevice", [](void* h) { kelGetCurrentNetworkDevice(h, nullptr); }},
         {"kelGetPluginModelVersionLengthWithString", [](void* h) { kelGetPluginModelVersionLengthWithString(h, nullptr); }},
-        {"kelGetPluginModelVersionLengthWithString", [](void* h) { kelGetPluginModelVersionLengthWithString(h, "/proc/self/status"); }},
         {"kelGetPluginModelVersionLengthWithWstring", [](void* h) { kelGetPluginModelVersionLengthWithWstring(h, nullptr); }},
         {"kelGetPluginModelVersionWithString", [](void* h) { kelGetPluginModelVersionWithString(h, "/no/such.so", text); }},
-        {"kelGetPluginModelVersionWithString", [](void* h) { kelGetPluginModelVersionWithString(h, nullptr, nullptr); }},
         {"kelGetPluginModelVersionWithWstring", [](void* h) { kelGetPluginModelVersionWithWstring(h, L"/no/such.so", nullptr); }},
         {"kelSetLayerData", [](void* h) { kelSetLayerData(h, nullptr, values, u64, 4); }},
         {"kelSetLayerData", [](void* h) { kelSetLayerData(h, "data", nullptr, u64, 4); }},
-        {"kelSetLayerData", [](void* h) { kelSetLayerData(h, "data", values, nullptr, 4); }},
         {"kelSetLayerData", [](void* h) { kelSetLayerData(h, "never", values, u64, 4); }},
         {"kelSetLayerData", [=](void* h) { kelSetLayerData(h, "data", values, tooMany.data(), tooMany.size()); }},
         {"kelSetLayerData", [=](void* h) { kelSetLayerData(h, "data", values, wrongShape, 4); }},
@@ -112,9 +100,7 @@ std::vector<Named> badCalls() {
         {"kelGetDeviceSupportPropertiesNumber", [](void* h) { kelGetDeviceSupportPropertiesNumber(h, nullptr, nullptr, nullptr); }},
         {"kelGetDeviceSupportPropertiesNumber", [=](void* h) { kelGetDeviceSupportPropertiesNumber(h, i32, OV, "NoSuchDevice"); }},
         {"kelGetDeviceSupportPropertiesByIndex", [=](void* h) { kelGetDeviceSupportPropertiesByIndex(h, i32, text, 100000, OV, "CPU"); }},
-        {"kelGetDeviceSupportPropertiesByIndex", [=](void* h) { kelGetDeviceSupportPropertiesByIndex(h, nullptr, nullptr, 0, OV, "CPU"); }},
         {"kelGetDevicePropertyTypeID", [=](void* h) { kelGetDevicePropertyTypeID(h, nullptr, OV, "CPU", "FULL_DEVICE_NAME"); }},
-        {"kelGetDevicePropertyTypeID", [=](void* h) { kelGetDevicePropertyTypeID(h, i32, OV, "CPU", nullptr); }},
         {"kelGetDevicePropertyTypeString", [=](void* h) { kelGetDevicePropertyTypeString(h, nullptr, nullptr, 1, OV, "CPU", "FULL_DEVICE_NAME"); }},
         {"kelGetDevicePropertyTypeString", [=](void* h) { kelGetDevicePropertyTypeString(h, i32, text, 99, OV, "CPU", "FULL_DEVICE_NAME"); }},
         {"kelGetDevicePropertyTypeUnorderedMap_String_Float", [=](void* h) { kelGetDevicePropertyTypeUnorderedMap_String_Float(h, nullptr, -3, nullptr, nullptr, nullptr, 2, OV, "CPU", "FULL_DEVICE_NAME"); }},
