@@ -1,11 +1,9 @@
 // Networks through kel::MLEngine: creation forms, the registry, routing and failures.
-#include <dlfcn.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include <functional>
-
 #include <algorithm>
+#include <functional>
 
 #include "kel/cxx/MLEngine.hpp"
 #include "tests/support/models.hpp"
@@ -91,41 +89,31 @@ TEST(Networks, RegistryRulesAndTheirTexts) {
     std::vector<std::string> lines;
     engine.setLogCallback([&](const std::string& l) { lines.push_back(l); });
     const std::vector<kel::ModelBuffer> none;
-    auto text = [](auto&& f) { return t::thrownText(f); };
-
-    EXPECT_THAT(text([&] { engine.createNetwork("", "n", "CPU", std::string("m"), kNone); }),
-                HasSubstr("\nEngine Name is empty!\n"));
-    EXPECT_THAT(text([&] { engine.createNetwork("OpenVINO", "", "CPU", std::string("m"), kNone); }),
-                HasSubstr("\nnetwork_identifier  is empty! \n"));
-    EXPECT_THAT(text([&] { engine.createNetwork("OpenVINO", "", "CPU", none, kNone); }),
-                HasSubstr("\nnetwork_identifier is empty! \n"));
-    EXPECT_THAT(text([&] { engine.createNetwork("OpenVINO", "n", "CPU", std::string(), kNone); }),
-                HasSubstr("\ninner_model_identifier is empty! \n"));
-    EXPECT_THAT(text([&] { engine.createNetwork("OpenVINO", "", "CPU", std::vector<std::filesystem::path>{}, kNone); }),
-                HasSubstr("\nnetwork_identifier is empty! \n"));  // before the files
-    EXPECT_THAT(text([&] { engine.createNetwork("OpenVINO", "n", "CPU", std::vector<std::filesystem::path>{}, kNone); }),
-                HasSubstr("\nmodel_files is empty! \n"));
-    EXPECT_THAT(text([&] { engine.createNetwork("Onnx", "n", "CPU", none, kNone); }),
-                HasSubstr("\nNot support Onnx engine.\n"));
-
+    const std::vector<std::filesystem::path> noFiles;
+    t::expectRefusals({
+        {[&] { engine.createNetwork("", "n", "CPU", std::string("m"), kNone); }, "Engine Name is empty!"},
+        {[&] { engine.createNetwork("OpenVINO", "", "CPU", std::string("m"), kNone); }, "network_identifier  is empty! "},
+        {[&] { engine.createNetwork("OpenVINO", "", "CPU", none, kNone); }, "network_identifier is empty! "},
+        {[&] { engine.createNetwork("OpenVINO", "n", "CPU", std::string(), kNone); }, "inner_model_identifier is empty! "},
+        {[&] { engine.createNetwork("OpenVINO", "", "CPU", noFiles, kNone); }, "network_identifier is empty! "},
+        {[&] { engine.createNetwork("OpenVINO", "n", "CPU", noFiles, kNone); }, "model_files is empty! "},
+        {[&] { engine.createNetwork("Onnx", "n", "CPU", none, kNone); }, "Not support Onnx engine."},
+    });
     t::capturedStderr([&] {
         engine.createNetwork("OpenVINO", "net1", "CPU", staticIr(), kNone);
         engine.createNetwork("OpenVINO", "net2", "CPU", staticIr(), kNone);
     });
-    EXPECT_THAT(text([&] { engine.createNetwork("OpenVINO", "net1", "CPU", none, kNone); }),
-                HasSubstr("\nNetwork id [net1] is exists. Please select other different one.\n"));
-    EXPECT_THAT(text([&] { engine.removeNetwork("net2"); }),
-                HasSubstr("\nCould not remove current using network id [net2].\n"));
-    EXPECT_THAT(text([&] { engine.removeNetwork(""); }), HasSubstr("\nnetwork_id is empty.\n"));
-    EXPECT_THAT(text([&] { engine.removeNetwork("zz"); }), HasSubstr("\nnot found network Id [zz].\n"));
-    EXPECT_THAT(text([&] { engine.switchNetwork("net2"); }),
-                HasSubstr("\nNetwork id [net2] is current running Network, no need to switch.\n"));
-    EXPECT_THAT(text([&] { engine.switchNetwork(""); }),
-                HasSubstr("\nNetwork id [] not exists or created. Please check.\n"));
-    EXPECT_THAT(text([&] { engine.getNetworkEngine(""); }), HasSubstr("\nidentifier is empty.\n"));
-    EXPECT_THAT(text([&] { engine.getNetworkDevice(""); }),
-                HasSubstr("\nNetwork id [] not exists or created. Please check.\n"));
-
+    t::expectRefusals({
+        {[&] { engine.createNetwork("OpenVINO", "net1", "CPU", none, kNone); },
+         "Network id [net1] is exists. Please select other different one."},
+        {[&] { engine.removeNetwork("net2"); }, "Could not remove current using network id [net2]."},
+        {[&] { engine.removeNetwork(""); }, "network_id is empty."},
+        {[&] { engine.removeNetwork("zz"); }, "not found network Id [zz]."},
+        {[&] { engine.switchNetwork("net2"); }, "Network id [net2] is current running Network, no need to switch."},
+        {[&] { engine.switchNetwork(""); }, "Network id [] not exists or created. Please check."},
+        {[&] { engine.getNetworkEngine(""); }, "identifier is empty."},
+        {[&] { engine.getNetworkDevice(""); }, "Network id [] not exists or created. Please check."},
+    });
     lines.clear();
     engine.switchNetwork("net1");
     EXPECT_THAT(lines, testing::Contains("[KEL switchNetwork]: network_identifier is net1"));
@@ -207,21 +195,17 @@ TEST(Networks, ARecreatedIdentifierStartsFromItsStoredProperties) {
 TEST(Networks, SingleCompiledModelDirectoryGetsNoAdvice) {
     kel::MLEngine engine;
     t::TempDir dir;
-    std::filesystem::create_directories(dir / "m.mlmodelc");
-    std::filesystem::create_directories(dir / "p.mlpackage");
-    const std::string quiet = t::capturedStderr([&] {
-        t::thrownText([&] {
-            engine.createNetwork("OpenVINO", "c", "CPU", std::vector<std::string>{(dir / "m.mlmodelc").string()}, kNone);
+    const auto advice = [&](const std::string& name) {
+        std::filesystem::create_directories(dir / name);
+        return t::capturedStderr([&] {
+            t::thrownText([&] {
+                engine.createNetwork("OpenVINO", name, "CPU", std::vector<std::string>{(dir / name).string()}, kNone);
+            });
         });
-    });
-    EXPECT_THAT(quiet, Not(HasSubstr("KEL Warning")));
-    const std::string native = t::capturedStderr([&] {
-        t::thrownText([&] {
-            engine.createNetwork("OpenVINO", "p", "CPU", std::vector<std::wstring>{(dir / "p.mlpackage").wstring()}, kNone);
-        });
-    });
-    EXPECT_THAT(native, HasSubstr("Please use converted \".mlmodelc\" directory for Release. (Could put it in "
-                                  "function .framework \"Resource\" directory)"));
+    };
+    EXPECT_THAT(advice("m.mlmodelc"), Not(HasSubstr("KEL Warning")));
+    EXPECT_THAT(advice("p.mlpackage"), HasSubstr("Please use converted \".mlmodelc\" directory for Release. (Could "
+                                                 "put it in function .framework \"Resource\" directory)"));
 }
 
 }  // namespace

@@ -61,6 +61,15 @@ std::string thrownText(F&& f) {
     return {};
 }
 
+// Calls, each with a line its exception's text must hold.
+using Refusals = std::vector<std::pair<std::function<void()>, std::string>>;
+inline void expectRefusals(const Refusals& rows) {
+    for (const auto& [call, line] : rows) {
+        const std::string text = thrownText(call);
+        EXPECT_NE(text.find("\n" + line + "\n"), std::string::npos) << "wanted: " << line << "\nthrown: " << text;
+    }
+}
+
 // Everything written to standard error while `f` runs; an exception from `f` passes on.
 template <class F>
 std::string capturedStderr(F&& f) {
