@@ -33,32 +33,32 @@ public:
     std::string getCurrentNetworkDevice();
 
     // Networks
-    void createNetwork(const std::string& engine, const std::string& network_identifier,
-                       const std::string& device, const std::string& inner_model_identifier,
+    void createNetwork(const std::string& engine, const std::string& networkIdentifier,
+                       const std::string& device, const std::string& innerModelIdentifier,
                        const PropertyMap& properties);
-    void createNetwork(const std::string& engine, const std::string& network_identifier,
-                       const std::string& device, const std::vector<ModelBuffer>& model_buffers,
+    void createNetwork(const std::string& engine, const std::string& networkIdentifier,
+                       const std::string& device, const std::vector<ModelBuffer>& modelBuffers,
                        const PropertyMap& properties);
-    void createNetwork(const std::string& engine, const std::string& network_identifier,
-                       const std::string& device, const std::vector<std::string>& model_files,
+    void createNetwork(const std::string& engine, const std::string& networkIdentifier,
+                       const std::string& device, const std::vector<std::string>& modelFiles,
                        const PropertyMap& properties);
-    void createNetwork(const std::string& engine, const std::string& network_identifier,
-                       const std::string& device, const std::vector<std::wstring>& model_files,
+    void createNetwork(const std::string& engine, const std::string& networkIdentifier,
+                       const std::string& device, const std::vector<std::wstring>& modelFiles,
                        const PropertyMap& properties);
-    void createNetwork(const std::string& engine, const std::string& network_identifier,
+    void createNetwork(const std::string& engine, const std::string& networkIdentifier,
                        const std::string& device,
-                       const std::vector<std::filesystem::path>& model_files,
+                       const std::vector<std::filesystem::path>& modelFiles,
                        const PropertyMap& properties);
-    void removeNetwork(const std::string& network_identifier);
-    void switchNetwork(const std::string& network_identifier);
+    void removeNetwork(const std::string& networkIdentifier);
+    void switchNetwork(const std::string& networkIdentifier);
     std::vector<std::string> getCreatedNetworkIdentifiers();
-    std::string getNetworkEngine(const std::string& network_identifier);
-    std::string getNetworkDevice(const std::string& network_identifier);
+    std::string getNetworkEngine(const std::string& networkIdentifier);
+    std::string getNetworkDevice(const std::string& networkIdentifier);
 
     // Inner models from plugin model libraries
-    void registerModelAsInnerID(const std::string& inner_model_identifier,
+    void registerModelAsInnerID(const std::string& innerModelIdentifier,
                                 const std::filesystem::path& library_path);
-    void unregisterInnerID(const std::string& inner_model_identifier);
+    void unregisterInnerID(const std::string& innerModelIdentifier);
     std::vector<std::string> getModelInnerIDs(const std::string& engine);
 
     // Layers and inference on the current network
@@ -80,11 +80,11 @@ public:
     std::unordered_map<std::string, std::string> getEngineMutableProperties(
         const std::string& engine);
     void setEnginePropertyForNetwork(const std::string& engine,
-                                     const std::string& network_identifier,
+                                     const std::string& networkIdentifier,
                                      const std::string& property_key,
-                                     const std::any& property_value);
+                                     const std::any& propertyValue);
     void processPropertyForEngine(const std::string& engine, PropertyMap& properties);
-    std::any waitDeviceInfoInit(const std::string& engine, std::int32_t timeout_seconds);
+    std::any waitDeviceInfoInit(const std::string& engine, std::int32_t timeoutSeconds);
 
     // Logging
     void setLogCallback(LogCallback callback);

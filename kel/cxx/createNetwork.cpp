@@ -14,25 +14,25 @@ bool endsWith(const std::string& text, const std::string& suffix) {
 }
 
 // Native engine formats are fine while developing; products should ship plugin models.
-void adviseOnNativeModels(const LogCallback& log, const std::string& network_identifier,
-                          const std::vector<std::filesystem::path>& model_files) {
+void adviseOnNativeModels(const LogCallback& log, const std::string& networkIdentifier,
+                          const std::vector<std::filesystem::path>& modelFiles) {
     std::string list = "[";
-    for (std::size_t i = 0; i < model_files.size(); ++i) {
+    for (std::size_t i = 0; i < modelFiles.size(); ++i) {
         if (i) list += ", ";
-        list += utils::pathToString(model_files[i]);
+        list += utils::pathToString(modelFiles[i]);
     }
     list += "]. ";
 
-    if (model_files.size() == 1) {
-        const std::string name = utils::pathToString(model_files[0]);
-        const auto status = std::filesystem::status(model_files[0]);
+    if (modelFiles.size() == 1) {
+        const std::string name = utils::pathToString(modelFiles[0]);
+        const auto status = std::filesystem::status(modelFiles[0]);
         if ((endsWith(name, ".mlmodel") && std::filesystem::is_regular_file(status)) ||
             (endsWith(name, ".mlpackage") && std::filesystem::is_directory(status))) {
             std::string text = fmt::format(
                 "[{}] would create by {}Not recommend use native engine model for Release production. "
                 "Please use converted \".mlmodelc\" directory for Release. (Could put it in function "
                 ".framework \"Resource\" directory)",
-                network_identifier, list);
+                networkIdentifier, list);
             warn(log, text);
             return;
         }
@@ -41,7 +41,7 @@ void adviseOnNativeModels(const LogCallback& log, const std::string& network_ide
     std::string text = fmt::format(
         "[{}] would create by {}Not recommend use native engine model for Release production. Please "
         "select \"Plugin Model\" for Release.",
-        network_identifier, list);
+        networkIdentifier, list);
     warn(log, text);
 }
 
@@ -51,91 +51,91 @@ void adviseOnNativeModels(const LogCallback& log, const std::string& network_ide
 // everything stored for the identifier, hand over to the back-end, then record the network.
 template <class Source>
 void MLEngine::Impl::createChecked(MLEngine& self, const std::string& engine,
-                                   const std::string& network_identifier, const std::string& device,
+                                   const std::string& networkIdentifier, const std::string& device,
                                    const Source& source, const PropertyMap& properties,
-                                   std::optional<std::string> inner_model_identifier) {
+                                   std::optional<std::string> innerModelIdentifier) {
     for (const auto& [key, value] : properties)
-        self.setEnginePropertyForNetwork(engine, network_identifier, key, value);
+        self.setEnginePropertyForNetwork(engine, networkIdentifier, key, value);
     PropertyMap working;
-    if (auto it = network_properties.find(network_identifier); it != network_properties.end())
+    if (auto it = network_properties.find(networkIdentifier); it != network_properties.end())
         working = it->second;
 
     EngineBackend& backend = this->backend(engine);
     if (backend.wantsDriverVersions(device)) self.processPropertyForEngine(engine, working);
     try {
-        backend.createNetwork(network_identifier, device, source, working);
+        backend.createNetwork(networkIdentifier, device, source, working);
     } catch (...) {
         // The engine stays as it was: the back-end drops what it kept of the attempt, and the
         // creation's own failure is what the host sees.
         try {
             const auto current = networks.find(current_network);
             const bool ours = current != networks.end() && current->second.backend == &backend;
-            backend.forgetFailedCreation(network_identifier, ours ? current_network : std::string());
+            backend.forgetFailedCreation(networkIdentifier, ours ? current_network : std::string());
         } catch (...) {
         }
         throw;
     }
 
-    current_network = network_identifier;
-    NetworkRecord& record = networks[network_identifier];
+    current_network = networkIdentifier;
+    NetworkRecord& record = networks[networkIdentifier];
     record.engine = engine;
     record.backend = &backend;
-    record.inner_model_identifier = std::move(inner_model_identifier);
+    record.inner_model_identifier = std::move(innerModelIdentifier);
 }
 
-void MLEngine::createNetwork(const std::string& engine, const std::string& network_identifier,
-                             const std::string& device, const std::string& inner_model_identifier,
+void MLEngine::createNetwork(const std::string& engine, const std::string& networkIdentifier,
+                             const std::string& device, const std::string& innerModelIdentifier,
                              const PropertyMap& properties) {
     if (engine.empty()) raise("Engine Name is empty!");
-    if (network_identifier.empty()) raise("network_identifier  is empty! ");
-    if (inner_model_identifier.empty()) raise("inner_model_identifier is empty! ");
+    if (networkIdentifier.empty()) raise("network_identifier  is empty! ");
+    if (innerModelIdentifier.empty()) raise("inner_model_identifier is empty! ");
     if (!impl_->hasEngine(engine)) raise("Not support {} engine.", engine);
-    if (impl_->networks.count(network_identifier))
-        raise("Network id [{}] is exists. Please select other different one.", network_identifier);
-    impl_->createChecked(*this, engine, network_identifier, device, inner_model_identifier,
-                         properties, inner_model_identifier);
+    if (impl_->networks.count(networkIdentifier))
+        raise("Network id [{}] is exists. Please select other different one.", networkIdentifier);
+    impl_->createChecked(*this, engine, networkIdentifier, device, innerModelIdentifier,
+                         properties, innerModelIdentifier);
 }
 
-void MLEngine::createNetwork(const std::string& engine, const std::string& network_identifier,
-                             const std::string& device, const std::vector<ModelBuffer>& model_buffers,
+void MLEngine::createNetwork(const std::string& engine, const std::string& networkIdentifier,
+                             const std::string& device, const std::vector<ModelBuffer>& modelBuffers,
                              const PropertyMap& properties) {
     if (engine.empty()) raise("Engine Name is empty!");
-    if (network_identifier.empty()) raise("network_identifier is empty! ");
+    if (networkIdentifier.empty()) raise("network_identifier is empty! ");
     if (!impl_->hasEngine(engine)) raise("Not support {} engine.", engine);
-    if (impl_->networks.count(network_identifier))
-        raise("Network id [{}] is exists. Please select other different one.", network_identifier);
-    impl_->createChecked(*this, engine, network_identifier, device, model_buffers, properties,
+    if (impl_->networks.count(networkIdentifier))
+        raise("Network id [{}] is exists. Please select other different one.", networkIdentifier);
+    impl_->createChecked(*this, engine, networkIdentifier, device, modelBuffers, properties,
                          std::nullopt);
 }
 
-void MLEngine::createNetwork(const std::string& engine, const std::string& network_identifier,
+void MLEngine::createNetwork(const std::string& engine, const std::string& networkIdentifier,
                              const std::string& device,
-                             const std::vector<std::filesystem::path>& model_files,
+                             const std::vector<std::filesystem::path>& modelFiles,
                              const PropertyMap& properties) {
     if (engine.empty()) raise("Engine Name is empty!");
-    if (network_identifier.empty()) raise("network_identifier is empty! ");
-    if (model_files.empty()) raise("model_files is empty! ");
+    if (networkIdentifier.empty()) raise("network_identifier is empty! ");
+    if (modelFiles.empty()) raise("model_files is empty! ");
     if (!impl_->hasEngine(engine)) raise("Not support {} engine.", engine);
-    if (impl_->networks.count(network_identifier))
-        raise("Network id [{}] is exists. Please select other different one.", network_identifier);
-    adviseOnNativeModels(impl_->log_callback, network_identifier, model_files);
-    impl_->createChecked(*this, engine, network_identifier, device, model_files, properties,
+    if (impl_->networks.count(networkIdentifier))
+        raise("Network id [{}] is exists. Please select other different one.", networkIdentifier);
+    adviseOnNativeModels(impl_->log_callback, networkIdentifier, modelFiles);
+    impl_->createChecked(*this, engine, networkIdentifier, device, modelFiles, properties,
                          std::nullopt);
 }
 
-void MLEngine::createNetwork(const std::string& engine, const std::string& network_identifier,
-                             const std::string& device, const std::vector<std::string>& model_files,
+void MLEngine::createNetwork(const std::string& engine, const std::string& networkIdentifier,
+                             const std::string& device, const std::vector<std::string>& modelFiles,
                              const PropertyMap& properties) {
-    createNetwork(engine, network_identifier, device,
-                  std::vector<std::filesystem::path>(model_files.begin(), model_files.end()),
+    createNetwork(engine, networkIdentifier, device,
+                  std::vector<std::filesystem::path>(modelFiles.begin(), modelFiles.end()),
                   properties);
 }
 
-void MLEngine::createNetwork(const std::string& engine, const std::string& network_identifier,
-                             const std::string& device, const std::vector<std::wstring>& model_files,
+void MLEngine::createNetwork(const std::string& engine, const std::string& networkIdentifier,
+                             const std::string& device, const std::vector<std::wstring>& modelFiles,
                              const PropertyMap& properties) {
-    createNetwork(engine, network_identifier, device,
-                  std::vector<std::filesystem::path>(model_files.begin(), model_files.end()),
+    createNetwork(engine, networkIdentifier, device,
+                  std::vector<std::filesystem::path>(modelFiles.begin(), modelFiles.end()),
                   properties);
 }
 

@@ -14,8 +14,8 @@ Table& table() {
 
 namespace {
 
-std::vector<DeviceDriverInfo> defaultGatherer(const std::string& device_class) {
-    return utils::GetDeviceInfo(device_class, "", 0);
+std::vector<DeviceDriverInfo> defaultGatherer(const std::string& deviceClass) {
+    return utils::GetDeviceInfo(deviceClass, "", 0);
 }
 
 // Bumped by every restart so that a superseded gathering never publishes its rows.

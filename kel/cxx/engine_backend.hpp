@@ -21,21 +21,21 @@ public:
     virtual ~EngineBackend() = default;
 
     // Networks; the back-end keeps its own current network, set by creation and switch.
-    virtual void createNetwork(const std::string& network_identifier, const std::string& device,
-                               const std::string& inner_model_identifier, const PropertyMap& properties) = 0;
-    virtual void createNetwork(const std::string& network_identifier, const std::string& device,
+    virtual void createNetwork(const std::string& networkIdentifier, const std::string& device,
+                               const std::string& innerModelIdentifier, const PropertyMap& properties) = 0;
+    virtual void createNetwork(const std::string& networkIdentifier, const std::string& device,
                                const std::vector<ModelBuffer>& buffers, const PropertyMap& properties) = 0;
-    virtual void createNetwork(const std::string& network_identifier, const std::string& device,
+    virtual void createNetwork(const std::string& networkIdentifier, const std::string& device,
                                const std::vector<std::filesystem::path>& files,
                                const PropertyMap& properties) = 0;
-    virtual void removeNetwork(const std::string& network_identifier) = 0;
-    virtual void switchNetwork(const std::string& network_identifier) = 0;
-    virtual std::string getNetworkDevice(const std::string& network_identifier) = 0;
+    virtual void removeNetwork(const std::string& networkIdentifier) = 0;
+    virtual void switchNetwork(const std::string& networkIdentifier) = 0;
+    virtual std::string getNetworkDevice(const std::string& networkIdentifier) = 0;
 
     // Inner models.
-    virtual void registerModelAsInnerID(const std::string& inner_model_identifier,
+    virtual void registerModelAsInnerID(const std::string& innerModelIdentifier,
                                         const std::vector<ModelBuffer>& buffers) = 0;
-    virtual void unregisterInnerID(const std::string& inner_model_identifier) = 0;
+    virtual void unregisterInnerID(const std::string& innerModelIdentifier) = 0;
     virtual std::vector<std::string> getModelInnerIDs() = 0;
 
     // Layers and inference on the back-end's current network.
@@ -60,8 +60,8 @@ public:
     virtual bool wantsDriverVersions(const std::string& /*device*/) const { return false; }
     // Drops what a failed creation left; `facade_current` is the facade's current network if
     // it belongs to this back-end, else empty. Must not throw further than the caller allows.
-    virtual void forgetFailedCreation(const std::string& network_identifier, const std::string& /*facade_current*/) {
-        removeNetwork(network_identifier);
+    virtual void forgetFailedCreation(const std::string& networkIdentifier, const std::string& /*facade_current*/) {
+        removeNetwork(networkIdentifier);
     }
 };
 

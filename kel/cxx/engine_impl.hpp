@@ -61,15 +61,15 @@ struct KEL_HIDDEN MLEngine::Impl {
     // The steps every createNetwork form shares once its own checks have passed.
     template <class Source>
     void createChecked(MLEngine& self, const std::string& engine,
-                       const std::string& network_identifier, const std::string& device,
+                       const std::string& networkIdentifier, const std::string& device,
                        const Source& source, const PropertyMap& properties,
-                       std::optional<std::string> inner_model_identifier);
+                       std::optional<std::string> innerModelIdentifier);
 
     // The back-end of the current network. Most layer operations first require that a
     // network was created; that failure is located at the operation that asked.
-    EngineBackend& currentBackend(bool require_network = true,
+    EngineBackend& currentBackend(bool requireNetwork = true,
                                   std::source_location caller = std::source_location::current()) {
-        if (require_network && current_network.empty())
+        if (requireNetwork && current_network.empty())
             raise_text("Please Create a network with craeteNetwork API first.", caller);
         return *checked_at(networks, current_network).backend;
     }

@@ -2,11 +2,11 @@
 
 namespace kel {
 
-std::string MLEngine::getNetworkDevice(const std::string& network_identifier) {
-    auto it = impl_->networks.find(network_identifier);
+std::string MLEngine::getNetworkDevice(const std::string& networkIdentifier) {
+    auto it = impl_->networks.find(networkIdentifier);
     if (it == impl_->networks.end())
-        raise("Network id [{}] not exists or created. Please check.", network_identifier);
-    return it->second.backend->getNetworkDevice(network_identifier);
+        raise("Network id [{}] not exists or created. Please check.", networkIdentifier);
+    return it->second.backend->getNetworkDevice(networkIdentifier);
 }
 
 }  // namespace kel

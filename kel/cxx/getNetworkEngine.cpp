@@ -2,11 +2,11 @@
 
 namespace kel {
 
-std::string MLEngine::getNetworkEngine(const std::string& network_identifier) {
-    if (network_identifier.empty()) raise("identifier is empty.");
-    auto it = impl_->networks.find(network_identifier);
+std::string MLEngine::getNetworkEngine(const std::string& networkIdentifier) {
+    if (networkIdentifier.empty()) raise("identifier is empty.");
+    auto it = impl_->networks.find(networkIdentifier);
     if (it == impl_->networks.end())
-        raise("Network id [{}] not exists or created. Please check.", network_identifier);
+        raise("Network id [{}] not exists or created. Please check.", networkIdentifier);
     return it->second.engine;
 }
 

@@ -69,15 +69,15 @@ std::string readText(Length&& length, Copy&& copy) {
 
 }  // namespace
 
-void MLEngine::registerModelAsInnerID(const std::string& inner_model_identifier,
+void MLEngine::registerModelAsInnerID(const std::string& innerModelIdentifier,
                                       const std::filesystem::path& library_path) {
     std::error_code ec;
     if (!std::filesystem::exists(library_path, ec))
         raise_text("Register path " + utils::pathToString(library_path) + " not exists.");
     if (!utils::checkLibraryImage(library_path.wstring()))
         raise("register model file {} is not a valid shared library.", utils::pathToString(library_path));
-    if (impl_->inner_models.count(inner_model_identifier))
-        raise("Model id [{}] is existed! Please use another one.", inner_model_identifier);
+    if (impl_->inner_models.count(innerModelIdentifier))
+        raise("Model id [{}] is existed! Please use another one.", innerModelIdentifier);
 
     std::shared_ptr<void> library = utils::load_shared_object(library_path.wstring(), impl_->library_loaders[0]);
     const PluginModelApi api(library);
@@ -131,7 +131,7 @@ void MLEngine::registerModelAsInnerID(const std::string& inner_model_identifier,
 
     try {
         if (EngineBackend* backend = impl_->findBackend(engine))
-            backend->registerModelAsInnerID(inner_model_identifier, buffers);
+            backend->registerModelAsInnerID(innerModelIdentifier, buffers);
         else
             raise("{} Not support ", engine);
     } catch (const KELException&) {
@@ -140,7 +140,7 @@ void MLEngine::registerModelAsInnerID(const std::string& inner_model_identifier,
         raise("process have exception: {}", e.what());
     }
 
-    impl_->inner_models[inner_model_identifier] =
+    impl_->inner_models[innerModelIdentifier] =
         InnerModelRecord{std::move(library), std::move(model), engine, version};
 }
 

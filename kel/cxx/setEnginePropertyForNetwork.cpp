@@ -8,25 +8,25 @@ namespace kel {
 namespace {
 
 // The value types the facade checks; other type texts are taken as given.
-const std::type_info* checkedType(const std::string& type_text) {
-    if (type_text == "std::string") return &typeid(std::string);
-    if (type_text == "std::filesystem::path") return &typeid(std::filesystem::path);
-    if (type_text == "std::vector<std::string>") return &typeid(std::vector<std::string>);
+const std::type_info* checkedType(const std::string& typeText) {
+    if (typeText == "std::string") return &typeid(std::string);
+    if (typeText == "std::filesystem::path") return &typeid(std::filesystem::path);
+    if (typeText == "std::vector<std::string>") return &typeid(std::vector<std::string>);
     return nullptr;
 }
 
 }  // namespace
 
-void MLEngine::setEnginePropertyForNetwork(const std::string& engine, const std::string& network_identifier,
-                                           const std::string& property_key, const std::any& property_value) {
+void MLEngine::setEnginePropertyForNetwork(const std::string& engine, const std::string& networkIdentifier,
+                                           const std::string& property_key, const std::any& propertyValue) {
     const auto mutable_properties = getEngineMutableProperties(engine);
     auto it = mutable_properties.find(property_key);
     if (it == mutable_properties.end()) raise("{} no {} property! Please check.", engine, property_key);
     if (const std::type_info* expected = checkedType(it->second)) {
-        if (!property_value.has_value() || property_value.type() != *expected)
+        if (!propertyValue.has_value() || propertyValue.type() != *expected)
             raise("{} need {} type, but the property_value is not! Please check.", property_key, it->second);
     }
-    impl_->network_properties[network_identifier][property_key] = property_value;
+    impl_->network_properties[networkIdentifier][property_key] = propertyValue;
 }
 
 }  // namespace kel

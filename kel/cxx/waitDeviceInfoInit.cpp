@@ -17,7 +17,7 @@ DeviceDriverInfo firstIntel(const std::vector<DeviceDriverInfo>& rows) {
 
 }  // namespace
 
-std::any MLEngine::waitDeviceInfoInit(const std::string& engine, std::int32_t timeout_seconds) {
+std::any MLEngine::waitDeviceInfoInit(const std::string& engine, std::int32_t timeoutSeconds) {
     if (engine.empty() || engine != kOpenVINO) return {};
     auto& shared = device_info::table();
     auto snapshot = [&shared] {
@@ -27,7 +27,7 @@ std::any MLEngine::waitDeviceInfoInit(const std::string& engine, std::int32_t ti
     auto [rows, ready] = snapshot();
     if (!ready) {
         // One sleep to a steady deadline, without the lock; no polling.
-        const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(timeout_seconds);
+        const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(timeoutSeconds);
         std::this_thread::sleep_until(deadline);
         std::tie(rows, ready) = snapshot();
     }

@@ -41,7 +41,7 @@ class DeviceEnumerator {
 public:
     virtual ~DeviceEnumerator() = default;
     // The devices of the class present now; false when the class cannot be opened.
-    virtual bool open(const DeviceClassId& device_class) = 0;
+    virtual bool open(const DeviceClassId& deviceClass) = 0;
     // False once index is past the last device.
     virtual bool device(std::uint32_t index) = 0;
     virtual SizeQuery descriptionSize(std::uint32_t index, DescriptionProperty property) = 0;
@@ -58,9 +58,9 @@ public:
 std::unique_ptr<DeviceEnumerator> makeDeviceEnumerator();
 
 // Reads a sysfs-like tree under root; with the default root "/", the kernel release comes
-// from uname, otherwise from <root>/proc/sys/kernel/osrelease. PCI names come from pci_ids
+// from uname, otherwise from <root>/proc/sys/kernel/osrelease. PCI names come from pciIds
 // when that file exists, else from a built-in list of vendors.
 std::unique_ptr<DeviceEnumerator> makeSysfsDeviceEnumerator(
-    std::filesystem::path root = "/", std::filesystem::path pci_ids = "/usr/share/misc/pci.ids");
+    std::filesystem::path root = "/", std::filesystem::path pciIds = "/usr/share/misc/pci.ids");
 
 }  // namespace kel::utils

@@ -64,9 +64,9 @@ const char* builtInVendorName(unsigned vendor) {
 }
 
 // "<vendor> <device>" as lspci prints it, "<vendor> Device <id>" for an unlisted device.
-std::string pciName(const fs::path& pci_ids, unsigned vendor, std::optional<unsigned> device) {
-    std::string vendor_name, device_name;
-    std::ifstream in(pci_ids);
+std::string pciName(const fs::path& pciIds, unsigned vendor, std::optional<unsigned> device) {
+    std::string vendor_name, deviceName;
+    std::ifstream in(pciIds);
     bool in_vendor = false;
     for (std::string line; in && std::getline(in, line);) {
         if (line.empty() || line[0] == '#') continue;
@@ -80,7 +80,7 @@ std::string pciName(const fs::path& pci_ids, unsigned vendor, std::optional<unsi
             }
         } else if (device_line && in_vendor && device && line.size() > 7 &&
                    parseHex(line.substr(1, 4)) == *device) {
-            device_name = trim(line.substr(5));
+            deviceName = trim(line.substr(5));
             break;
         }
     }
@@ -88,7 +88,7 @@ std::string pciName(const fs::path& pci_ids, unsigned vendor, std::optional<unsi
         const char* known = builtInVendorName(vendor);
         vendor_name = known ? known : fmt::format("Vendor {:04x}", vendor);
     }
-    if (!device_name.empty()) return vendor_name + " " + device_name;
+    if (!deviceName.empty()) return vendor_name + " " + deviceName;
     return device ? vendor_name + " " + fmt::format("Device {:04x}", *device) : vendor_name;
 }
 
@@ -99,21 +99,21 @@ struct Device {
 
 class SysfsDeviceEnumerator final : public DeviceEnumerator {
 public:
-    SysfsDeviceEnumerator(fs::path root, fs::path pci_ids)
-        : root_(std::move(root)), pci_ids_(std::move(pci_ids)) {}
+    SysfsDeviceEnumerator(fs::path root, fs::path pciIds)
+        : root_(std::move(root)), pci_ids_(std::move(pciIds)) {}
 
-    bool open(const DeviceClassId& device_class) override {
+    bool open(const DeviceClassId& deviceClass) override {
         devices_.clear();
-        if (device_class == kProcessorClass) {
+        if (deviceClass == kProcessorClass) {
             openProcessors();
-        } else if (device_class == kDisplayClass) {
+        } else if (deviceClass == kDisplayClass) {
             openClass("sys/class/drm", [](const std::string& name) {
                 // cardN only: cardN-<connector> entries are outputs of the same adapter.
                 return name.size() > 4 && name.rfind("card", 0) == 0 &&
                        std::all_of(name.begin() + 4, name.end(),
                                    [](unsigned char c) { return std::isdigit(c); });
             });
-        } else if (device_class == kComputeAcceleratorClass) {
+        } else if (deviceClass == kComputeAcceleratorClass) {
             openClass("sys/class/accel", [](const std::string&) { return true; });
         } else {
             return false;
@@ -180,10 +180,10 @@ private:
     }
 
     template <class Filter>
-    void openClass(const char* class_dir, Filter accept) {
+    void openClass(const char* classDir, Filter accept) {
         std::error_code ec;
         std::vector<std::string> names;
-        for (const auto& entry : fs::directory_iterator(root_ / class_dir, ec)) {
+        for (const auto& entry : fs::directory_iterator(root_ / classDir, ec)) {
             const std::string name = entry.path().filename().string();
             if (accept(name) && fs::exists(entry.path() / "device", ec)) names.push_back(name);
         }
@@ -192,14 +192,14 @@ private:
             return std::make_pair(a.size(), a) < std::make_pair(b.size(), b);
         });
         for (const auto& name : names) {
-            const fs::path device = root_ / class_dir / name / "device";
+            const fs::path device = root_ / classDir / name / "device";
             std::optional<std::string> version = readFirstLine(device / "driver/module/version");
             if (!version || version->empty()) version = kernelRelease();
             devices_.push_back({describe(device, name), toUtf16(version)});
         }
     }
 
-    std::string describe(const fs::path& device, const std::string& entry_name) const {
+    std::string describe(const fs::path& device, const std::string& entryName) const {
         if (auto vendor = readFirstLine(device / "vendor"); vendor && vendor->rfind("0x", 0) == 0) {
             if (auto vendor_id = parseHex(vendor->substr(2))) {
                 std::optional<unsigned> device_id;
@@ -211,7 +211,7 @@ private:
         // Not a PCI device: its driver's name is the best description there is.
         std::error_code ec;
         const fs::path driver = fs::canonical(device / "driver", ec);
-        return ec ? entry_name : driver.filename().string();
+        return ec ? entryName : driver.filename().string();
     }
 
     fs::path root_;
@@ -221,8 +221,8 @@ private:
 
 }  // namespace
 
-std::unique_ptr<DeviceEnumerator> makeSysfsDeviceEnumerator(fs::path root, fs::path pci_ids) {
-    return std::make_unique<SysfsDeviceEnumerator>(std::move(root), std::move(pci_ids));
+std::unique_ptr<DeviceEnumerator> makeSysfsDeviceEnumerator(fs::path root, fs::path pciIds) {
+    return std::make_unique<SysfsDeviceEnumerator>(std::move(root), std::move(pciIds));
 }
 
 std::unique_ptr<DeviceEnumerator> makeDeviceEnumerator() { return makeSysfsDeviceEnumerator(); }

@@ -26,8 +26,8 @@ SizeQuery sizeOutcome(BOOL ok, DWORD required) {
 
 class SetupDiDeviceEnumerator final : public DeviceEnumerator {
 public:
-    bool open(const DeviceClassId& device_class) override {
-        const GUID guid = toGuid(device_class);
+    bool open(const DeviceClassId& deviceClass) override {
+        const GUID guid = toGuid(deviceClass);
         set_ = SetupDiGetClassDevsA(&guid, nullptr, nullptr, DIGCF_PRESENT);
         if (set_ == INVALID_HANDLE_VALUE) {
             (void)GetLastError();

@@ -8,35 +8,35 @@
 
 namespace kel::utils {
 
-std::vector<DeviceDriverInfo> GetDeviceInfo(std::string device_name, const std::string& name_filter,
+std::vector<DeviceDriverInfo> GetDeviceInfo(std::string deviceName, const std::string& name_filter,
                                             int max_count) {
     auto enumerator = makeDeviceEnumerator();
-    return GetDeviceInfo(std::move(device_name), name_filter, max_count, *enumerator);
+    return GetDeviceInfo(std::move(deviceName), name_filter, max_count, *enumerator);
 }
 
-std::vector<DeviceDriverInfo> GetDeviceInfo(std::string device_name, const std::string& name_filter,
+std::vector<DeviceDriverInfo> GetDeviceInfo(std::string deviceName, const std::string& name_filter,
                                             int max_count, DeviceEnumerator& enumerator) {
     std::vector<DeviceDriverInfo> rows;
     rows.reserve(static_cast<std::size_t>(std::max(max_count, 1)));
 
     std::size_t limit = 1;
-    DeviceClassId device_class{};
-    if (device_name == "CPU") {
-        device_class = kProcessorClass;
-    } else if (device_name == "GPU") {
-        device_class = kDisplayClass;
+    DeviceClassId deviceClass{};
+    if (deviceName == "CPU") {
+        deviceClass = kProcessorClass;
+    } else if (deviceName == "GPU") {
+        deviceClass = kDisplayClass;
         limit = static_cast<std::size_t>(std::max(max_count, 0));
-    } else if (device_name == "NPU") {
-        device_class = kComputeAcceleratorClass;
+    } else if (deviceName == "NPU") {
+        deviceClass = kComputeAcceleratorClass;
         limit = static_cast<std::size_t>(std::max(max_count, 0));
     } else {
-        std::cerr << "kel::utils::GetDeviceInfo not support device_name:" << device_name << std::endl;
+        std::cerr << "kel::utils::GetDeviceInfo not support device_name:" << deviceName << std::endl;
         return {};
     }
 
-    if (!enumerator.open(device_class)) return {};
+    if (!enumerator.open(deviceClass)) return {};
 
-    const auto property = device_class == kProcessorClass ? DescriptionProperty::FriendlyName
+    const auto property = deviceClass == kProcessorClass ? DescriptionProperty::FriendlyName
                                                           : DescriptionProperty::DeviceDescription;
     for (std::uint32_t index = 0; enumerator.device(index); ++index) {
         const SizeQuery description_size = enumerator.descriptionSize(index, property);

@@ -10,11 +10,11 @@ class DeviceEnumerator;
 
 // The devices of one kind ("CPU", "GPU" or "NPU") present now, as (driver version,
 // description) rows in enumeration order. Never throws for a missing device.
-std::vector<DeviceDriverInfo> GetDeviceInfo(std::string device_name, const std::string& name_filter,
+std::vector<DeviceDriverInfo> GetDeviceInfo(std::string deviceName, const std::string& name_filter,
                                             int max_count);
 
 // The same over a given enumerator.
-std::vector<DeviceDriverInfo> GetDeviceInfo(std::string device_name, const std::string& name_filter,
+std::vector<DeviceDriverInfo> GetDeviceInfo(std::string deviceName, const std::string& name_filter,
                                             int max_count, DeviceEnumerator& enumerator);
 
 }  // namespace kel::utils

@@ -163,7 +163,7 @@ Stats summarize(std::vector<double> samples) {
 class Progress {
 public:
     Progress(bool enabled, std::string label) : enabled_(enabled && isatty(STDOUT_FILENO)), label_(std::move(label)) {}
-    void update(std::size_t done, std::size_t total, double limit_seconds) {
+    void update(std::size_t done, std::size_t total, double limitSeconds) {
         if (!enabled_) return;
         const auto now = Clock::now();
         const double elapsed = std::chrono::duration<double>(now - start_).count();
@@ -172,7 +172,7 @@ public:
         if (total)
             std::printf("\r%s [ %zu / %zu ] %.1f s", label_.c_str(), done, total, elapsed);
         else
-            std::printf("\r%s [ %zu ] %.1f / %.1f s", label_.c_str(), done, elapsed, limit_seconds);
+            std::printf("\r%s [ %zu ] %.1f / %.1f s", label_.c_str(), done, elapsed, limitSeconds);
         std::fflush(stdout);
         shown_ = true;
     }
