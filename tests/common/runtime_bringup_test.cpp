@@ -11,6 +11,7 @@
 #include "kel/cxx/MLEngine.hpp"
 #include "kel/utils/platform.hpp"
 #include "modules/openvino/openvino.hpp"
+#include "modules/openvino/openvino_internal.hpp"
 #include "tests/support/support.hpp"
 
 using testing::HasSubstr;
@@ -71,8 +72,8 @@ TEST(LibraryImage, ForeignArchitecturePassesWithAWarningNamingBoth) {
 
 // Points the runtime check at a directory of the test's own for the life of the object.
 struct RuntimeDirectory {
-    explicit RuntimeDirectory(const std::filesystem::path& p) { kel::openvino::overrideLibraryDirectory(p.wstring()); }
-    ~RuntimeDirectory() { kel::openvino::overrideLibraryDirectory(std::nullopt); }
+    explicit RuntimeDirectory(const std::filesystem::path& p) { kel::vino::overrideLibraryDirectory(p.wstring()); }
+    ~RuntimeDirectory() { kel::vino::overrideLibraryDirectory(std::nullopt); }
 };
 
 const std::string kMissingOpenvino =
@@ -80,13 +81,13 @@ const std::string kMissingOpenvino =
     "shared library in the same directory with kel shared library.";
 
 TEST(RuntimeCheck, LooksBesideKelAndFailsConstructionCleanly) {
-    EXPECT_EQ(kel::openvino::getLibraryDirectory(), kel::test::outputDir().wstring());
+    EXPECT_EQ(kel::vino::getLibraryDirectory(), kel::test::outputDir().wstring());
     kel::test::TempDir dir;
     RuntimeDirectory guard(dir.path());
 
     // Missing entirely.
     std::string text = kel::test::thrownText([] { kel::MLEngine engine; });
-    EXPECT_THAT(text, HasSubstr("modules/openvino/vino-api2.0.cpp:"));
+    EXPECT_THAT(text, HasSubstr("modules/openvino/vino_bringup.cpp:"));
     EXPECT_THAT(text, HasSubstr("\n" + kMissingOpenvino + "\n"));
 
     // Present but not a shared-library image: the same message.
@@ -106,10 +107,10 @@ TEST(RuntimeCheck, LooksBesideKelAndFailsConstructionCleanly) {
 
     // Without throwing, the check only reports.
     std::string err = kel::test::capturedStderr([] {
-        EXPECT_FALSE(kel::openvino::checkDynamicLibrary(L"openvino_ir_frontend", false));
+        EXPECT_FALSE(kel::vino::checkDynamicLibrary(L"openvino_ir_frontend", false));
     });
     EXPECT_THAT(err, HasSubstr("openvino_ir_frontend shared library and kel"));
-    EXPECT_TRUE(kel::openvino::checkDynamicLibrary(L"openvino", false));
+    EXPECT_TRUE(kel::vino::checkDynamicLibrary(L"openvino", false));
 }
 
 TEST(RuntimeCheck, FailedCreationThroughTheFlatInterfaceKeepsTheText) {
@@ -138,21 +139,21 @@ TEST(RuntimeCheck, FailedCreationThroughTheFlatInterfaceKeepsTheText) {
 }
 
 TEST(PluginsList, IsExactlyTheEmptyListAndIsRemoved) {
-    const std::string path = kel::openvino::generateTempOVPluginsXML();
+    const std::string path = kel::vino::generateTempOVPluginsXML();
     const std::filesystem::path file(path);
     EXPECT_EQ(file.parent_path(), std::filesystem::temp_directory_path());
     EXPECT_TRUE(std::regex_match(file.filename().string(), std::regex("[0-9]+-[0-9]+\\.xml")));
     EXPECT_EQ(std::filesystem::file_size(file), 28u);
     EXPECT_EQ(kel::test::readFile(file), "<ie><plugins></plugins></ie>");
-    kel::openvino::remove_xml(file);
+    kel::vino::remove_xml(file);
     EXPECT_FALSE(std::filesystem::exists(file));
-    EXPECT_NO_THROW(kel::openvino::remove_xml(file));  // absent is fine
+    EXPECT_NO_THROW(kel::vino::remove_xml(file));  // absent is fine
 
     // A link planted at the name is removed, never written through.
     kel::test::TempDir dir;
     kel::test::writeFile(dir / "target", "keep");
     std::filesystem::create_symlink(dir / "target", dir / "planted.xml");
-    kel::openvino::remove_xml(dir / "planted.xml");
+    kel::vino::remove_xml(dir / "planted.xml");
     EXPECT_FALSE(std::filesystem::is_symlink(dir / "planted.xml"));
     EXPECT_EQ(kel::test::readFile(dir / "target"), "keep");
 }

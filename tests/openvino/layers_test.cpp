@@ -61,11 +61,15 @@ TEST_F(OpenvinoLayers, InputsAreBoundNotCopied) {
     EXPECT_EQ(std::vector<float>(out, out + 6), (std::vector<float>{1, 0, 9, 0, 25, 0}));
 }
 
-TEST_F(OpenvinoLayers, EightBitLayerReadsAFloatPointerAsBytes) {
+TEST_F(OpenvinoLayers, PrecisionsDimsAndAFloatPointerOnAnEightBitLayer) {
     create("types");
-    const test::RefTensor i8 = reference("types", "in", "i8in");
-    const test::RefTensor f16 = reference("types", "in", "f16in");
-    // Six u8 values packed into the first bytes of a float array.
+    using P = std::tuple<std::string, std::uint64_t>;
+    EXPECT_EQ(backend.getLayerPrecision("u8in"), (P{"U8", 1}));
+    EXPECT_EQ(backend.getLayerPrecision("i8out"), (P{"I8", 1}));
+    EXPECT_EQ(backend.getLayerPrecision("f16in"), (P{"FP16", 2}));
+    EXPECT_EQ(backend.getLayerDims("f16out"), std::vector<std::uint64_t>{6});
+    // Six u8 values packed into the first bytes of a float array are read as bytes.
+    const test::RefTensor i8 = reference("types", "in", "i8in"), f16 = reference("types", "in", "f16in");
     std::vector<float> packed(2);
     const std::uint8_t values[6] = {10, 20, 30, 40, 50, 60};
     std::memcpy(packed.data(), values, 6);
@@ -75,20 +79,11 @@ TEST_F(OpenvinoLayers, EightBitLayerReadsAFloatPointerAsBytes) {
     backend.infer();
     const auto* out = static_cast<const std::uint8_t*>(backend.getLayerData("u8out"));
     EXPECT_EQ(std::vector<int>(out, out + 6), (std::vector<int>{11, 22, 33, 44, 55, 66}));
-}
 
-TEST_F(OpenvinoLayers, PrecisionsAndDims) {
-    create("types");
-    using P = std::tuple<std::string, std::uint64_t>;
-    EXPECT_EQ(backend.getLayerPrecision("u8in"), (P{"U8", 1}));
-    EXPECT_EQ(backend.getLayerPrecision("i8out"), (P{"I8", 1}));
-    EXPECT_EQ(backend.getLayerPrecision("f16in"), (P{"FP16", 2}));
-    EXPECT_EQ(backend.getLayerDims("f16out"), std::vector<std::uint64_t>{6});
     create("static");
     EXPECT_EQ(backend.getLayerPrecision("prob"), (P{"FP32", 4}));
     EXPECT_EQ(backend.getLayerDims("data"), (std::vector<std::uint64_t>{1, 3, 4, 5}));
-    EXPECT_EQ(kelMessage([&] { backend.getLayerPrecision("u8in"); }),
-              "u8in is not found in input and output layers.");
+    EXPECT_EQ(kelMessage([&] { backend.getLayerPrecision("u8in"); }), "u8in is not found in input and output layers.");
     EXPECT_EQ(kelMessage([&] { backend.getLayerData("x"); }), "x is not found in input and output layers.");
 }
 

@@ -78,10 +78,10 @@ inline void runAndCheck(openvino& backend, const std::string& model,
         expectMatches(backend.getLayerData(layer), reference(model, "out", layer), model + "/" + layer);
 }
 
-// The message of a KELException that `call` throws from the back-end's file.
+// The message of a KELException that `call` throws from the back-end's file `file`.
 template <class F>
-std::string kelMessage(F&& call) {
-    return kelMessageFrom("modules/openvino/vino-api2.0.cpp", std::forward<F>(call));
+std::string kelMessage(F&& call, const std::string& file = "vino-api2.0") {
+    return kelMessageFrom(("modules/openvino/" + file + ".cpp").c_str(), std::forward<F>(call));
 }
 
 }  // namespace kel::test
