@@ -22,7 +22,7 @@ namespace kel::vino {
 
 // One compiled form of a network and its request.
 struct CompiledSlot {
-    ov::CompiledModel compiledModel;
+    ov::CompiledModel compiled_model;
     ov::InferRequest request;
 };
 
@@ -51,13 +51,13 @@ struct VinoNetworkRecord {
 
     ov::Core core;
     std::string device;
-    std::shared_ptr<char[]> modelText;  // private copy of the XML text plus one zero byte
-    std::uint64_t modelTextSize = 0;
-    std::vector<std::string> inputNames;
-    std::vector<std::string> outputNames;
-    std::unordered_map<std::string, std::vector<std::uint64_t>> layerDataState;
+    std::shared_ptr<char[]> model_text;  // private copy of the XML text plus one zero byte
+    std::uint64_t model_text_size = 0;
+    std::vector<std::string> input_names;
+    std::vector<std::string> output_names;
+    std::unordered_map<std::string, std::vector<std::uint64_t>> layer_data_state;
     std::shared_ptr<ov::Model> model;
-    std::uint64_t slotKey = 0;
+    std::uint64_t slot_key = 0;
     std::map<std::uint64_t, CompiledSlot> slots;
     std::unordered_map<std::string, LayerPort> layers;  // inputs win over outputs of a name
     bool inferred = false;  // dynamic outputs have the dims of the last inference from now on
@@ -65,11 +65,11 @@ struct VinoNetworkRecord {
 
 struct vino_InferenceEngine {
     ov::Core core;  // device queries and the version; networks have cores of their own
-    std::string currentNetwork;
+    std::string current_network;
     std::map<std::string, VinoNetworkRecord> networks;
-    std::vector<std::string> supportedDevices;
-    LogCallback logCallback;
-    std::map<std::string, std::vector<ModelBuffer>> innerModels;
+    std::vector<std::string> supported_devices;
+    LogCallback log_callback;
+    std::map<std::string, std::vector<ModelBuffer>> inner_models;
 };
 
 inline VinoNetworkRecord& networkRecord(vino_InferenceEngine& engine, const std::string& networkIdentifier) {

@@ -42,12 +42,12 @@ const std::unordered_map<std::string, std::vector<std::string>>& devicePropertyT
 
 // Fills the device cache once: "AUTO" first, then what the runtime reports.
 void fillDeviceCache(vino_InferenceEngine& engine) {
-    if (!engine.supportedDevices.empty()) return;
+    if (!engine.supported_devices.empty()) return;
     std::vector<std::string> devices = engine.core.get_available_devices();
     if (devices.empty()) return;
-    engine.supportedDevices.reserve(devices.size() + 1);
-    engine.supportedDevices.push_back("AUTO");
-    engine.supportedDevices.insert(engine.supportedDevices.end(), devices.begin(), devices.end());
+    engine.supported_devices.reserve(devices.size() + 1);
+    engine.supported_devices.push_back("AUTO");
+    engine.supported_devices.insert(engine.supported_devices.end(), devices.begin(), devices.end());
 }
 
 bool contains(const std::vector<std::string>& list, const std::string& value) {
@@ -92,17 +92,17 @@ std::optional<void*> hostPointer(const std::any& data) {
 }
 
 VinoNetworkRecord& currentRecord(vino_InferenceEngine& engine) {
-    return vino::networkRecord(engine, engine.currentNetwork);
+    return vino::networkRecord(engine, engine.current_network);
 }
 
 ov::InferRequest& currentRequest(VinoNetworkRecord& record) {
-    return checked_at(record.slots, record.slotKey, kOrderedMapKeyText).request;
+    return checked_at(record.slots, record.slot_key, kOrderedMapKeyText).request;
 }
 
 // A dynamic layer whose dims nobody has given yet fails with the runtime's own text. An
 // output has them once an inference has run.
 void requireKnownDims(const VinoNetworkRecord& record, const LayerPort& entry, const std::string& layer) {
-    if (!entry.dynamic || record.layerDataState.contains(layer)) return;
+    if (!entry.dynamic || record.layer_data_state.contains(layer)) return;
     if (entry.output && record.inferred) return;
     try {
         entry.port.get_shape();
@@ -170,7 +170,7 @@ VinoNetworkRecord& storeNewRecord(vino_InferenceEngine& engine, const std::strin
 void innerCreateNetwork(vino_InferenceEngine& engine, const std::string& networkIdentifier,
                         const PropertyMap& properties) {
     VinoNetworkRecord& record = vino::networkRecord(engine, networkIdentifier);
-    CompiledSlot& slot = record.slots[record.slotKey];
+    CompiledSlot& slot = record.slots[record.slot_key];
     logMessage(engine, fmt::format("[{}] : createNetwork : network_identifier is [{}], device is [{}]",
                                    makeLogTag(), networkIdentifier, record.device));
     vino::checkCPUFeatures(engine, networkIdentifier);
@@ -180,29 +180,29 @@ void innerCreateNetwork(vino_InferenceEngine& engine, const std::string& network
 
     logMessage(engine, fmt::format("[{}] : createNetwork : (Begin) ov api compile_model for [{}] network.",
                                    makeLogTag(), networkIdentifier));
-    slot.compiledModel = record.core.compile_model(record.model, record.device, config);
+    slot.compiled_model = record.core.compile_model(record.model, record.device, config);
     logMessage(engine, fmt::format("[{}] : createNetwork : (Cease) ov api compile_model for [{}] network.",
                                    makeLogTag(), networkIdentifier));
     logMessage(engine, fmt::format("[{}] : createNetwork : (Begin) ov api create_infer_request for [{}] network.",
                                    makeLogTag(), networkIdentifier));
-    slot.request = slot.compiledModel.create_infer_request();
+    slot.request = slot.compiled_model.create_infer_request();
     logMessage(engine, fmt::format("[{}] : createNetwork : (Cease) ov api create_infer_request for [{}] network.",
                                    makeLogTag(), networkIdentifier));
 
-    record.inputNames.clear();
-    record.outputNames.clear();
-    for (const auto& input : record.model->inputs()) record.inputNames.push_back(input.get_any_name());
+    record.input_names.clear();
+    record.output_names.clear();
+    for (const auto& input : record.model->inputs()) record.input_names.push_back(input.get_any_name());
     for (const auto& output : record.model->outputs()) {
         // A graph that hands an input straight out gives that tensor both names; the
         // output is known by the one that is not an input's.
         std::string name = output.get_any_name();
-        if (contains(record.inputNames, name))
+        if (contains(record.input_names, name))
             for (const auto& other : output.get_names())
-                if (!contains(record.inputNames, other)) {
+                if (!contains(record.input_names, other)) {
                     name = other;
                     break;
                 }
-        record.outputNames.push_back(name);
+        record.output_names.push_back(name);
     }
     record.layers.clear();
     record.inferred = false;
@@ -216,19 +216,19 @@ void innerCreateNetwork(vino_InferenceEngine& engine, const std::string& network
         record.layers.emplace(name, std::move(entry));  // an input keeps a name it shares
     };
     const std::shared_ptr<const ov::Model> model = record.model;
-    for (const auto& name : record.inputNames) addLayer(name, model->input(name), false);
-    for (const auto& name : record.outputNames) addLayer(name, model->output(name), true);
+    for (const auto& name : record.input_names) addLayer(name, model->input(name), false);
+    for (const auto& name : record.output_names) addLayer(name, model->output(name), true);
 
-    if (engine.logCallback) {
+    if (engine.log_callback) {
         auto listText = [](const std::vector<std::string>& names) {
             std::string text;
             for (const auto& name : names) text += fmt::format("[{}] ", name);
             return text;
         };
         logMessage(engine, fmt::format("[{}] : createNetwork : [{}] network have {} input layer(s) {}", makeLogTag(),
-                                       networkIdentifier, record.inputNames.size(), listText(record.inputNames)));
+                                       networkIdentifier, record.input_names.size(), listText(record.input_names)));
         logMessage(engine, fmt::format("[{}] : createNetwork : [{}] network have {} output layer(s) {}", makeLogTag(),
-                                       networkIdentifier, record.outputNames.size(), listText(record.outputNames)));
+                                       networkIdentifier, record.output_names.size(), listText(record.output_names)));
     }
 }
 
@@ -244,7 +244,7 @@ void createAndRead(vino_InferenceEngine& engine, const std::string& networkIdent
     logMessage(engine, fmt::format("[{}] : createNetwork : (Cease) ov api read_model for [{}] network.",
                                    makeLogTag(), networkIdentifier));
     innerCreateNetwork(engine, networkIdentifier, properties);
-    engine.currentNetwork = networkIdentifier;
+    engine.current_network = networkIdentifier;
 }
 
 void createFromFiles(vino_InferenceEngine& engine, const std::string& networkIdentifier, const std::string& device,
@@ -278,17 +278,17 @@ void createFromMemory(vino_InferenceEngine& engine, const std::string& networkId
         if (onnx) return onnx->read();
         // IR: the host may free its XML text as soon as this returns, so the record keeps a
         // copy; the weights are only wrapped and must outlive the network.
-        if (!record.modelText) {
+        if (!record.model_text) {
             std::shared_ptr<char[]> text(new char[xmlSize + 1]());
             std::memcpy(text.get(), xmlBuffer, xmlSize);
-            record.modelText = std::move(text);
-            record.modelTextSize = xmlSize;
+            record.model_text = std::move(text);
+            record.model_text_size = xmlSize;
         }
         const ov::Tensor weights =
             weightsBuffer != nullptr
                 ? ov::Tensor(ov::element::u8, ov::Shape{weightsSize}, const_cast<void*>(weightsBuffer))
                 : ov::Tensor(ov::element::u8, ov::Shape{0});
-        return record.core.read_model(std::string(record.modelText.get(), record.modelTextSize), weights);
+        return record.core.read_model(std::string(record.model_text.get(), record.model_text_size), weights);
     });
 }
 
@@ -316,7 +316,7 @@ std::string openvino::version() {
 }
 
 void openvino::setLogCallback(LogCallback callback) {
-    engine().logCallback = std::move(callback);
+    engine().log_callback = std::move(callback);
     logMessage(engine(), fmt::format("[{}] : version is {}", makeLogTag(), version()));
 }
 
@@ -331,7 +331,7 @@ std::unordered_map<std::string, std::string> openvino::getEngineMutablePropertie
 
 void openvino::createNetwork(const std::string& networkIdentifier, const std::string& device,
                              const std::string& innerModelIdentifier, const PropertyMap& properties) {
-    auto& inner = engine().innerModels;
+    auto& inner = engine().inner_models;
     const auto it = inner.find(innerModelIdentifier);
     if (it == inner.end())
         raise("{} is not a supported plugin model id. Please use getSupportedModelIDs function check built-in and "
@@ -360,18 +360,18 @@ void openvino::createNetwork(const std::string& networkIdentifier, const std::st
 
 void openvino::registerModelAsInnerID(const std::string& innerModelIdentifier,
                                       const std::vector<ModelBuffer>& buffers) {
-    engine().innerModels[innerModelIdentifier] = buffers;
+    engine().inner_models[innerModelIdentifier] = buffers;
     logMessage(engine(), fmt::format("[{}] : registerModelAsInnerID : register [{}] as inner model", makeLogTag(),
                                      innerModelIdentifier));
 }
 
 void openvino::unregisterInnerID(const std::string& innerModelIdentifier) {
-    engine().innerModels.erase(innerModelIdentifier);
+    engine().inner_models.erase(innerModelIdentifier);
 }
 
 std::vector<std::string> openvino::getModelInnerIDs() {
     std::vector<std::string> ids;
-    for (const auto& entry : engine().innerModels) ids.push_back(entry.first);
+    for (const auto& entry : engine().inner_models) ids.push_back(entry.first);
     return ids;
 }
 
@@ -380,7 +380,7 @@ void openvino::removeNetwork(const std::string& networkIdentifier) { engine().ne
 void openvino::switchNetwork(const std::string& networkIdentifier) {
     vino_InferenceEngine& state = engine();
     if (!state.networks.contains(networkIdentifier)) return;
-    state.currentNetwork = networkIdentifier;
+    state.current_network = networkIdentifier;
     logMessage(state, fmt::format("[{}] : switchNetwork : switch [{}] as current network.", makeLogTag(),
                                   networkIdentifier));
 }
@@ -393,9 +393,9 @@ std::string openvino::getNetworkDevice(const std::string& networkIdentifier) {
 // Layers and inference
 // ---------------------------------------------------------------------------------
 
-std::vector<std::string> openvino::getInputLayerNames() { return currentRecord(engine()).inputNames; }
+std::vector<std::string> openvino::getInputLayerNames() { return currentRecord(engine()).input_names; }
 
-std::vector<std::string> openvino::getOutputLayerNames() { return currentRecord(engine()).outputNames; }
+std::vector<std::string> openvino::getOutputLayerNames() { return currentRecord(engine()).output_names; }
 
 void openvino::setLayerData(const std::string& layer, std::any data, const std::vector<std::uint64_t>& dims) {
     if (!data.has_value()) raise("data parameter is null.");
@@ -425,7 +425,7 @@ void openvino::setLayerData(const std::string& layer, std::any data, const std::
         *bound = {ov::Tensor(entry->type, ov::Shape(dims.begin(), dims.end()), *pointer), *pointer, dims};
     }
     currentRequest(record).set_tensor(layer, bound->tensor);
-    if (entry->dynamic) record.layerDataState[layer] = dims;
+    if (entry->dynamic) record.layer_data_state[layer] = dims;
 }
 
 void* openvino::getLayerData(const std::string& layer) {
@@ -445,7 +445,7 @@ const std::vector<std::uint64_t> openvino::getLayerDims(const std::string& layer
     // A dynamic output's dims are the last inference's, asked when wanted rather than
     // recorded by every inference.
     if (entry->output && record.inferred) return toDims(currentRequest(record).get_tensor(layer).get_shape());
-    return record.layerDataState.at(layer);
+    return record.layer_data_state.at(layer);
 }
 
 std::tuple<std::string, std::uint64_t> openvino::getLayerPrecision(const std::string& layer) {
@@ -471,8 +471,8 @@ void openvino::infer() {
 std::vector<std::string> openvino::getSupportedDevices() {
     vino_InferenceEngine& state = engine();
     fillDeviceCache(state);
-    if (state.supportedDevices.empty()) raise("Not device is not supported.");
-    return state.supportedDevices;
+    if (state.supported_devices.empty()) raise("Not device is not supported.");
+    return state.supported_devices;
 }
 
 std::vector<std::string> openvino::getDeviceSupportProperties(const std::string& device) {
@@ -494,8 +494,8 @@ DevicePropertyValue vino::getDeviceProperty(vino_InferenceEngine& engine, const 
     if (device == "AUTO") raise("could not get the property for AUTO device.");
     fillDeviceCache(engine);
     std::string queried = device;
-    if (queried == "GPU" && contains(engine.supportedDevices, "GPU.0")) queried = "GPU.0";
-    if (!contains(engine.supportedDevices, queried)) return std::monostate{};
+    if (queried == "GPU" && contains(engine.supported_devices, "GPU.0")) queried = "GPU.0";
+    if (!contains(engine.supported_devices, queried)) return std::monostate{};
 
     const auto supported = engine.core.get_property(queried, ov::supported_properties);
     if (std::find(supported.begin(), supported.end(), property) == supported.end()) return std::monostate{};

@@ -63,7 +63,7 @@ std::string makeLogTag(std::source_location location) {
 }
 
 void logMessage(const vino_InferenceEngine& engine, const std::string& line) {
-    if (engine.logCallback) engine.logCallback(line);
+    if (engine.log_callback) engine.log_callback(line);
 }
 
 void remove_xml(const std::filesystem::path& path) {

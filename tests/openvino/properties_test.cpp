@@ -39,7 +39,7 @@ TEST(OpenvinoVersions, ParsingShapeAndComparison) {
 class OpenvinoProperties : public ::testing::Test {
 protected:
     void SetUp() override {
-        engine.logCallback = [this](const std::string& line) {
+        engine.log_callback = [this](const std::string& line) {
             // Every back-end file logs under the chief file's name.
             EXPECT_EQ(line.rfind("[modules/openvino/vino-api2.0.cpp:", 0), 0u) << line;
             log.push_back(line.substr(line.find("] ") + 2));
