@@ -30,108 +30,96 @@ using testing::Pair;
 
 std::string z(const std::string& text) { return text + std::string(1, '\0'); }
 
-struct FakeDevice {
-    std::string description;
-    std::u16string version;
-    SizeQuery::Status description_status = SizeQuery::InsufficientBuffer;
-};
-
-// The platform's device database, failures included.
+// The platform's device database: three adapters, failures included.
 struct FakeEnumerator final : kel::utils::DeviceEnumerator {
-    explicit FakeEnumerator(std::vector<FakeDevice> d) : devices(std::move(d)) {}
-    std::vector<FakeDevice> devices;
+    std::vector<std::pair<std::string, std::u16string>> devices{
+        {"Intel(R) Iris(R) Xe Graphics", u"31.0.101.4502"},
+        {"NVIDIA GeForce RTX 3080", u"546.17\u00e9"},
+        {"Intel(R) Arc(TM) A770 Graphics", u"31.0.101.5186"}};
+    std::uint32_t failing = 99;  // the device whose description sizing ends in `failure`
+    SizeQuery::Status failure = SizeQuery::Failed;
     bool can_open = true, closed = false;
     std::optional<kel::utils::DeviceClassId> opened;
-    std::vector<DescriptionProperty> described;  // one per description read
+    std::vector<DescriptionProperty> described;  // one per description sized
 
     bool open(const kel::utils::DeviceClassId& c) override { return opened = c, can_open; }
     bool device(std::uint32_t i) override { return i < devices.size(); }
     SizeQuery descriptionSize(std::uint32_t i, DescriptionProperty p) override {
         described.push_back(p);
-        return {devices[i].description_status, std::uint32_t(devices[i].description.size() + 1)};
+        const auto status = i == failing ? failure : SizeQuery::InsufficientBuffer;
+        return {status, std::uint32_t(devices[i].first.size() + 1)};
     }
     void readDescription(std::uint32_t i, DescriptionProperty, std::string& out) override {
-        std::copy_n(devices[i].description.c_str(), out.size(), out.begin());
+        std::copy_n(devices[i].first.c_str(), out.size(), out.begin());
     }
     // Reports room beyond the terminator, as a padded property would.
     SizeQuery driverVersionSize(std::uint32_t i) override {
-        return {SizeQuery::InsufficientBuffer, std::uint32_t((devices[i].version.size() + 3) * 2)};
+        return {SizeQuery::InsufficientBuffer, std::uint32_t((devices[i].second.size() + 3) * 2)};
     }
     void readDriverVersion(std::uint32_t i, std::u16string& out) override {
         std::fill(out.begin(), out.end(), u'X');
-        std::copy_n(devices[i].version.c_str(), devices[i].version.size() + 1, out.begin());
+        std::copy_n(devices[i].second.c_str(), devices[i].second.size() + 1, out.begin());
     }
     void close() override { closed = true; }
 };
 
-std::vector<FakeDevice> adapters() {
-    return {{"Intel(R) Iris(R) Xe Graphics", u"31.0.101.4502"},
-            {"NVIDIA GeForce RTX 3080", u"546.17\u00e9"},
-            {"Intel(R) Arc(TM) A770 Graphics", u"31.0.101.5186"}};
-}
-
 TEST(GetDeviceInfo, EachKindReadsItsClassWithinTheLimitAndTheFilter) {
     using namespace kel::utils;
     using enum DescriptionProperty;
-    const std::string intel = "31.0.101.4502", nvidia = "546.17\xc3\xa9", arc = "31.0.101.5186";
+    // Versions in UTF-8 up to their terminator; descriptions keep theirs.
+    const DeviceDriverInfo iris{"31.0.101.4502", z("Intel(R) Iris(R) Xe Graphics")},
+        rtx{"546.17\xc3\xa9", z("NVIDIA GeForce RTX 3080")},
+        arc{"31.0.101.5186", z("Intel(R) Arc(TM) A770 Graphics")};
     const struct {
         const char* kind;
         std::string filter;
         int max_count;
         DeviceClassId device_class;
-        std::vector<std::string> versions;
+        std::vector<DeviceDriverInfo> rows;
     } cases[] = {
         // One processor row, whatever the limit: every core is the same model.
-        {"CPU", "", 7, kProcessorClass, {intel}},
-        {"CPU", "NVIDIA", 0, kProcessorClass, {nvidia}},
+        {"CPU", "", 7, kProcessorClass, {iris}},
+        {"CPU", "NVIDIA", 0, kProcessorClass, {rtx}},
         // Adapters and accelerators: every row below a limit of 1; filtered-out devices do
         // not use the limit up.
-        {"GPU", "", 0, kDisplayClass, {intel, nvidia, arc}},
-        {"GPU", "", -3, kDisplayClass, {intel, nvidia, arc}},
-        {"NPU", "", 7, kComputeAcceleratorClass, {intel, nvidia, arc}},
-        {"NPU", "", 1, kComputeAcceleratorClass, {intel}},
-        {"GPU", "Graphics", 2, kDisplayClass, {intel, arc}},
+        {"GPU", "", 0, kDisplayClass, {iris, rtx, arc}},
+        {"GPU", "", -3, kDisplayClass, {iris, rtx, arc}},
+        {"NPU", "", 7, kComputeAcceleratorClass, {iris, rtx, arc}},
+        {"NPU", "", 1, kComputeAcceleratorClass, {iris}},
+        {"GPU", "Graphics", 2, kDisplayClass, {iris, arc}},
         // The filter is a case-sensitive part of the description, whose NUL it may include.
         {"GPU", "intel", 0, kDisplayClass, {}},
         {"GPU", std::string(40, 'I'), 0, kDisplayClass, {}},
-        {"GPU", z("RTX 3080"), 0, kDisplayClass, {nvidia}},
+        {"GPU", z("RTX 3080"), 0, kDisplayClass, {rtx}},
     };
     for (const auto& c : cases) {
         SCOPED_TRACE(std::string(c.kind) + " [" + c.filter + "] " + std::to_string(c.max_count));
-        FakeEnumerator fake(adapters());
-        std::vector<std::string> versions;
-        for (const auto& [version, description] : GetDeviceInfo(c.kind, c.filter, c.max_count, fake))
-            versions.push_back(version);
-        EXPECT_EQ(versions, c.versions);
+        FakeEnumerator fake;
+        EXPECT_EQ(GetDeviceInfo(c.kind, c.filter, c.max_count, fake), c.rows);
         EXPECT_EQ(fake.opened, c.device_class);
         const auto property = c.device_class == kProcessorClass ? FriendlyName : DeviceDescription;
         EXPECT_EQ(fake.described.front(), property);
     }
-    // The description keeps its NUL; the limit ends the enumeration.
-    FakeEnumerator fake(adapters());
-    EXPECT_THAT(GetDeviceInfo("GPU", "", 1, fake),
-                ElementsAre(Pair(intel, z("Intel(R) Iris(R) Xe Graphics"))));
-    EXPECT_EQ(fake.described.size(), 1u);
 }
 
 TEST(GetDeviceInfo, SizingFailureDiscardsEverythingAndUnopenableClassGivesNothing) {
     using kel::utils::GetDeviceInfo;
     for (auto status : {SizeQuery::Failed, SizeQuery::Succeeded}) {
-        auto devices = adapters();
-        devices[1].description_status = status;
-        FakeEnumerator fake(devices), first_only(devices);
+        FakeEnumerator fake, first_only;
+        fake.failing = first_only.failing = 1;
+        fake.failure = first_only.failure = status;
         EXPECT_THAT(GetDeviceInfo("GPU", "", 0, fake), IsEmpty());
         EXPECT_FALSE(fake.closed);  // the set is left open on this path
         EXPECT_THAT(GetDeviceInfo("GPU", "", 1, first_only), testing::SizeIs(1));  // never reached
     }
-    FakeEnumerator closed_class(adapters());
+    FakeEnumerator closed_class;
     closed_class.can_open = false;
     EXPECT_THAT(GetDeviceInfo("GPU", "", 0, closed_class), IsEmpty());
 }
 
 TEST(GetDeviceInfo, UnknownKindPrintsOneLineAndNeverEnumerates) {
     for (const std::string& kind : std::vector<std::string>{"cpu", "GPU ", "", std::string("NPU\0", 4)}) {
-        FakeEnumerator fake(adapters());
+        FakeEnumerator fake;
         const auto query = [&] { EXPECT_THAT(kel::utils::GetDeviceInfo(kind, "", 0, fake), IsEmpty()); };
         EXPECT_EQ(kel::test::capturedStderr(query),
                   "kel::utils::GetDeviceInfo not support device_name:" + kind + "\n");
