@@ -210,10 +210,11 @@ TEST(WaitDeviceInfoInit, OpenVINOWaitsAboutTheTimeOutWhileGatheringIsHeldBackOth
                 {"31.0.101.5186", z("Intel(R) Arc(TM) A770 Graphics")},
                 {"31.0.101.4502", z("Intel(R) Iris(R) Xe Graphics")}};
     });
+    // Bounds far from the time-outs, so that a loaded machine cannot fail them.
     auto start = Clock::now();
     for (const char* other : {"WindowsML", "", "openvino"})
-        EXPECT_FALSE(engine.waitDeviceInfoInit(other, 5).has_value());
-    EXPECT_LT(secondsSince(start), 0.5);
+        EXPECT_FALSE(engine.waitDeviceInfoInit(other, 10).has_value());
+    EXPECT_LT(secondsSince(start), 5.0);
     start = Clock::now();
     const std::any pending = engine.waitDeviceInfoInit("OpenVINO", 1);
     EXPECT_GE(secondsSince(start), 0.9);
@@ -226,8 +227,8 @@ TEST(WaitDeviceInfoInit, OpenVINOWaitsAboutTheTimeOutWhileGatheringIsHeldBackOth
         std::this_thread::sleep_for(std::chrono::milliseconds(5));
     ASSERT_TRUE(table.ready);
     start = Clock::now();
-    const std::any ready = engine.waitDeviceInfoInit("OpenVINO", 1);
-    EXPECT_LT(secondsSince(start), 0.5);
+    const std::any ready = engine.waitDeviceInfoInit("OpenVINO", 10);
+    EXPECT_LT(secondsSince(start), 5.0);
     // The first Intel row of each class, or nothing.
     const auto& drivers = std::any_cast<const DriverMap&>(ready);
     EXPECT_EQ(drivers.size(), 2u);
