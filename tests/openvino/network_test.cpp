@@ -44,6 +44,8 @@ protected:
     std::map<std::string, test::RefTensor> inputs;  // bound, so kept until the next check
     std::vector<std::string> log;
 };
+// The layer cases keep a suite name of their own.
+class OpenvinoLayers : public OpenvinoNetworks {};
 
 TEST_F(OpenvinoNetworks, EveryModelFromFilesAndBuffersGivesTheReferenceNumbers) {
     // {model, files, buffers}: one path lets the runtime find the weights beside the model.
@@ -126,7 +128,7 @@ TEST_F(OpenvinoNetworks, SwitchRemoveAndRuntimeFailuresLeaveTheCurrentNetwork) {
     check("static");
 }
 
-TEST_F(OpenvinoNetworks, LayerRefusalsComeInTheOrderOfTheChecks) {
+TEST_F(OpenvinoLayers, RefusalsComeInTheOrderOfTheChecks) {
     backend.createNetwork("types", "CPU", files("types.xml"), {});
     std::uint8_t bytes[6] = {};
     const std::vector<std::uint64_t> dims = {6};
@@ -146,7 +148,7 @@ TEST_F(OpenvinoNetworks, LayerRefusalsComeInTheOrderOfTheChecks) {
     for (const auto& [call, message] : rows) EXPECT_EQ(kelMessage(call), message);
 }
 
-TEST_F(OpenvinoNetworks, InputsAreBoundNotCopiedAndReadAsTheLayersOwnType) {
+TEST_F(OpenvinoLayers, InputsAreBoundNotCopiedAndReadAsTheLayersOwnType) {
     backend.createNetwork("types", "CPU", files("types.xml"), {});
     using P = std::tuple<std::string, std::uint64_t>;
     EXPECT_EQ(backend.getLayerPrecision("u8in"), (P{"U8", 1}));
@@ -169,7 +171,7 @@ TEST_F(OpenvinoNetworks, InputsAreBoundNotCopiedAndReadAsTheLayersOwnType) {
     EXPECT_EQ(std::vector<int>(out, out + 6), (std::vector<int>{11, 22, 33, 44, 55, 66}));
 }
 
-TEST_F(OpenvinoNetworks, DynamicLayersTakeTheHostsDims) {
+TEST_F(OpenvinoLayers, DynamicLayersTakeTheHostsDims) {
     backend.createNetwork("dynamic", "CPU", files("dynamic.xml"), {});
     const std::string need = "\n[x] layer have dynamic shape. Need set by `setLayerData` API first.";
     EXPECT_THAT(kelMessage([&] { backend.getLayerDims("x"); }),
