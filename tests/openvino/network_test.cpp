@@ -173,6 +173,8 @@ TEST_F(OpenvinoLayers, InputsAreBoundNotCopiedAndReadAsTheLayersOwnType) {
 
 TEST_F(OpenvinoLayers, DynamicLayersTakeTheHostsDims) {
     backend.createNetwork("dynamic", "CPU", files("dynamic.xml"), {});
+    // No other test reads a 32-bit float layer's element size.
+    EXPECT_EQ(backend.getLayerPrecision("y"), (std::tuple<std::string, std::uint64_t>{"FP32", 4}));
     const std::string need = "\n[x] layer have dynamic shape. Need set by `setLayerData` API first.";
     EXPECT_THAT(kelMessage([&] { backend.getLayerDims("x"); }),
                 ::testing::AllOf(::testing::StartsWith("[OpenVINO Exception]:"), ::testing::EndsWith(need)));
