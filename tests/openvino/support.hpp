@@ -1,29 +1,19 @@
 #pragma once
 // Shared helpers of the OpenVINO back-end tests: test models, reference tensors, messages.
 #include <gmock/gmock.h>
-#include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cmath>
-#include <cstdint>
 #include <cstring>
-#include <filesystem>
-#include <fstream>
-#include <functional>
-#include <iterator>
 #include <map>
 #include <sstream>
-#include <string>
-#include <vector>
 
-#include "kel/cxx/KELException.hpp"
 #include "modules/openvino/openvino.hpp"
 #include "tests/support/support.hpp"
 
 namespace kel::test {
 
-inline std::filesystem::path modelDir() {
-    return std::filesystem::path(KEL_TEST_DATA_DIR) / "openvino";
-}
+inline std::filesystem::path modelDir() { return dataDir() / "openvino"; }
 
 // A stored tensor: raw little-endian bytes plus what manifest.txt says about them.
 struct RefTensor {
@@ -36,15 +26,12 @@ inline RefTensor reference(const std::string& model, const std::string& kind,
                            const std::string& layer) {
     const std::string file = model + "." + kind + "." + layer + ".raw";
     std::ifstream manifest(modelDir() / "manifest.txt");
-    std::string line;
-    while (std::getline(manifest, line)) {
-        std::istringstream fields(line);
-        std::string name, type, dims;
-        fields >> name >> type >> dims;
+    for (std::string name, type, dims; manifest >> name >> type >> dims;) {
         if (name != file) continue;
         RefTensor t{type, {}, readFile(modelDir() / file)};
+        std::replace(dims.begin(), dims.end(), ',', ' ');
         std::istringstream d(dims);
-        for (std::string n; std::getline(d, n, ',');) t.dims.push_back(std::stoull(n));
+        for (std::uint64_t n; d >> n;) t.dims.push_back(n);
         return t;
     }
     ADD_FAILURE() << "no reference tensor " << file;
@@ -63,19 +50,6 @@ inline void expectMatches(const void* got, const RefTensor& want, const std::str
     const auto* w = reinterpret_cast<const float*>(want.bytes.data());
     for (std::size_t i = 0; i < want.bytes.size() / 4; ++i)
         EXPECT_NEAR(g[i], w[i], 1e-2f * std::max(1.0f, std::fabs(w[i]))) << what << " element " << i;
-}
-
-// Binds every stored input of `model`, infers, and checks every stored output, on the
-// back-end's current network. The inputs live in `keep` until the caller is done.
-inline void runAndCheck(openvino& backend, const std::string& model,
-                        std::map<std::string, RefTensor>& keep) {
-    for (const auto& layer : backend.getInputLayerNames()) {
-        keep[layer] = reference(model, "in", layer);
-        backend.setLayerData(layer, static_cast<void*>(keep[layer].bytes.data()), keep[layer].dims);
-    }
-    backend.infer();
-    for (const auto& layer : backend.getOutputLayerNames())
-        expectMatches(backend.getLayerData(layer), reference(model, "out", layer), model + "/" + layer);
 }
 
 // The message of a KELException that `call` throws from the back-end's file `file`.
