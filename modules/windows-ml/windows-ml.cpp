@@ -264,9 +264,10 @@ void windows_ml::createFromStream(
     record.stream_reference = platform.createStreamReference(stream);
     record.model = platform.loadModel(*record.stream_reference);
 
-    // Newer operator sets load but may fail in the steps after loading.
-    std::cerr << "[KEL][Windows-ML] If create network crash, please make sure onnx source opset < 16!"
-              << std::endl;
+    // Newer operator sets load but may fail in the steps after loading. The line goes out
+    // whole, in one write: standard error is unbuffered, and every creation writes it.
+    std::cerr << "[KEL][Windows-ML] If create network crash, please make sure onnx source opset < 16!\n"
+              << std::flush;
 
     record.device = device == "AUTO" ? getSupportedDevices().back() : device;
     if (record.device == "GPU") {
