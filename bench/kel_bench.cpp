@@ -98,11 +98,13 @@ double pairedRatio(const std::vector<double>& kel, const std::vector<double>& ra
     return pick(ratios, .5);
 }
 
-// One side of a comparison: create, run once, run repeatedly.
+// One side of a comparison: create, run once, run repeatedly. `tidy` runs untimed after
+// each creation.
 struct Runner {
     std::function<void()> create;
     std::function<void()> infer;
     std::function<std::vector<float>()> firstOutput;
+    std::function<void()> tidy;
 };
 
 // ---- kel through its C interface -------------------------------------------------------
@@ -114,6 +116,8 @@ struct KelSide {
 
     // A finished row's network goes once the next row has made its first (the current
     // network cannot be removed): idle thread pools of earlier rows stay out of later ones.
+    // That happens in tidy, outside the timing: the raw side drops its finished row's
+    // network untimed too.
     ~KelSide() { g_leftover = live; }
 
     void bind(bool swapped) {
@@ -143,14 +147,13 @@ struct KelSide {
     void create() {
         const bool vino = engine == "OpenVINO";
         const std::string& file = vino && !c.ir.empty() ? c.ir : c.onnx;
-        // Identifiers are never reused; the previous network goes once the new one is current.
+        // Identifiers are never reused; the previous network goes once the new one is current,
+        // as the raw side's previous session goes when the new one replaces it.
         const std::string name = id + "-" + std::to_string(++serial);
         kelCreateNetByFiles(g_kel, engine.c_str(), name.c_str(), "CPU", file.c_str(), nullptr);
         check("kelCreateNetByFiles");
-        for (std::string* old : {&live, &g_leftover})
-            if (!old->empty()) kelRemoveNetwork(g_kel, old->c_str());
+        if (!live.empty()) kelRemoveNetwork(g_kel, live.c_str());
         check("kelRemoveNetwork");
-        g_leftover.clear();
         live = name;
         for (auto& l : c.inputs)
             if (l.shape.empty()) {
@@ -160,6 +163,12 @@ struct KelSide {
             }
         flip = 0;
         bind(false);
+    }
+    void tidy() {
+        if (g_leftover.empty()) return;
+        kelRemoveNetwork(g_kel, g_leftover.c_str());
+        check("kelRemoveNetwork");
+        g_leftover.clear();
     }
     void infer() {
         kelInfer(g_kel);
@@ -332,6 +341,7 @@ Row compare(Case& c, const std::string& engine, Runner kel, Runner raw) {
             auto t0 = Clock::now();
             run.create();
             s.creation_ms.push_back(microsSince(t0) / 1000.0);
+            if (run.tidy) run.tidy();
             t0 = Clock::now();
             run.infer();
             s.first_us.push_back(microsSince(t0));
@@ -340,6 +350,7 @@ Row compare(Case& c, const std::string& engine, Runner kel, Runner raw) {
     // Both sides hold a live network now; the first output of each is compared.
     resetState(c);
     kel.create();
+    if (kel.tidy) kel.tidy();
     kel.infer();
     auto a = kel.firstOutput();
     resetState(c);
@@ -469,7 +480,12 @@ int main(int argc, char** argv) {
     g_kel = kelCreate();
     check("kelCreate");
     ov::Core core;
+    // Settled as kel settles its own (the runtime's environment is one per process, made
+    // here first): with telemetry on, a sender thread runs beside both sides and every
+    // session creation stores an event.
+    ::setenv("ORT_DISABLE_TELEMETRY", "1", 0);
     Ort::Env env(ORT_LOGGING_LEVEL_FATAL, "bench");
+    env.DisableTelemetryEvents();
 
     std::vector<Row> rows;
     std::vector<std::pair<std::string, size_t>> copied;
@@ -478,7 +494,7 @@ int main(int argc, char** argv) {
             KelSide k{c, "OpenVINO", c.name + "-openvino"};
             VinoSide v{c, core};
             rows.push_back(compare(c, "OpenVINO", {[&] { k.create(); }, [&] { k.infer(); },
-                                                   [&] { return k.firstOutput(); }},
+                                                   [&] { return k.firstOutput(); }, [&] { k.tidy(); }},
                                    {[&] { v.create(); }, [&] { v.infer(); },
                                     [&] { return v.firstOutput(); }}));
         }
@@ -489,7 +505,7 @@ int main(int argc, char** argv) {
             VinoSide v{c, core, true};
             rows.push_back(compare(c, "OpenVINO, raw on a new ov::Core per network",
                                    {[&] { k.create(); }, [&] { k.infer(); },
-                                    [&] { return k.firstOutput(); }},
+                                    [&] { return k.firstOutput(); }, [&] { k.tidy(); }},
                                    {[&] { v.create(); }, [&] { v.infer(); },
                                     [&] { return v.firstOutput(); }}));
         }
@@ -497,7 +513,7 @@ int main(int argc, char** argv) {
             KelSide k{c, "WindowsML", c.name + "-windowsml"};
             OrtSide o{c, env, {}, {}, {}, {}, {}, {}};
             rows.push_back(compare(c, "WindowsML", {[&] { k.create(); }, [&] { k.infer(); },
-                                                    [&] { return k.firstOutput(); }},
+                                                    [&] { return k.firstOutput(); }, [&] { k.tidy(); }},
                                    {[&] { o.create(); }, [&] { o.infer(); },
                                     [&] { return o.firstOutput(); }}));
         }

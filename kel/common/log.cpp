@@ -13,8 +13,10 @@ std::string location_text(const std::source_location& loc) {
 void warn(const LogCallback& callback, std::string& text, std::source_location loc) {
     try {
         std::string line =
-            fmt::format("[{}:{}] : (KEL Warning) {}", loc.file_name(), loc.line(), text);
-        std::cerr << line << std::endl;
+            fmt::format("[{}:{}] : (KEL Warning) {}\n", loc.file_name(), loc.line(), text);
+        // One write for the whole line: standard error is unbuffered.
+        std::cerr << line << std::flush;
+        line.pop_back();
         if (callback) callback(line);
     } catch (...) {
         // A warning must never abort the operation that issued it.

@@ -97,6 +97,12 @@ public:
     virtual std::shared_ptr<Stream> createStream() = 0;
     // DataWriter on the stream's output stream: WriteBytes, StoreAsync, wait.
     virtual void storeBytes(Stream& stream, const std::uint8_t* data, std::size_t size) = 0;
+    // storeBytes for bytes the caller gives up. A runtime whose stream can keep them where
+    // they are overrides this: a model read from a file is then never copied.
+    virtual void storeOwnedBytes(Stream& stream, std::unique_ptr<std::uint8_t[]> data,
+                                 std::size_t size) {
+        storeBytes(stream, data.get(), size);
+    }
     // DataWriter on a fresh in-memory stream: WriteBytes, DetachBuffer.
     virtual std::shared_ptr<Buffer> writeBuffer(const std::uint8_t* data, std::size_t size) = 0;
     // RandomAccessStreamReference::CreateFromStream.

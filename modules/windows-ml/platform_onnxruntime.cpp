@@ -123,7 +123,8 @@ FeatureDescription describe(const std::string& name, const Ort::TypeInfo& info) 
 }
 
 struct RtStream : Stream {
-    std::vector<std::uint8_t> bytes;
+    std::unique_ptr<std::uint8_t[]> bytes;
+    std::size_t size = 0;
 };
 struct RtStreamReference : StreamReference {
     std::shared_ptr<RtStream> stream;
@@ -323,8 +324,24 @@ public:
     std::shared_ptr<Stream> createStream() override { return std::make_shared<RtStream>(); }
 
     void storeBytes(Stream& stream, const std::uint8_t* data, std::size_t size) override {
-        auto& bytes = handle_as<RtStream>(stream).bytes;
-        if (size) bytes.insert(bytes.end(), data, data + size);
+        auto copy = std::make_unique_for_overwrite<std::uint8_t[]>(size);
+        if (size) std::memcpy(copy.get(), data, size);
+        storeOwnedBytes(stream, std::move(copy), size);
+    }
+
+    // The first bytes become the stream's own; later ones are appended.
+    void storeOwnedBytes(Stream& stream, std::unique_ptr<std::uint8_t[]> data,
+                         std::size_t size) override {
+        auto& s = handle_as<RtStream>(stream);
+        if (!size) return;
+        if (s.size) {
+            auto joined = std::make_unique_for_overwrite<std::uint8_t[]>(s.size + size);
+            std::memcpy(joined.get(), s.bytes.get(), s.size);
+            std::memcpy(joined.get() + s.size, data.get(), size);
+            data = std::move(joined);
+        }
+        s.bytes = std::move(data);
+        s.size += size;
     }
 
     std::shared_ptr<Buffer> writeBuffer(const std::uint8_t* data, std::size_t size) override {
@@ -342,12 +359,12 @@ public:
     }
 
     std::shared_ptr<Model> loadModel(StreamReference& reference) override {
-        const auto& bytes = handle_as<RtStreamReference>(reference).stream->bytes;
+        const RtStream& stream = *handle_as<RtStreamReference>(reference).stream;
         return guarded([&] {
             Ort::SessionOptions options;
             auto model = std::make_shared<RtModel>();
-            model->session = std::make_shared<Ort::Session>(environment(), bytes.data(),
-                                                            bytes.size(), options);
+            model->session = std::make_shared<Ort::Session>(environment(), stream.bytes.get(),
+                                                            stream.size, options);
             Ort::AllocatorWithDefaultOptions allocator;
             for (std::size_t i = 0; i < model->session->GetInputCount(); ++i) {
                 model->input_names.push_back(

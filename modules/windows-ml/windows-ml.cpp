@@ -214,26 +214,36 @@ void windows_ml::createNetwork(const std::string& network_id, const std::string&
     const auto& path = files[0];
     const std::size_t size = static_cast<std::size_t>(std::filesystem::file_size(path));
     // Not zero-filled first: the read overwrites it, and a large model pays for every byte.
-    std::unique_ptr<char[]> storage(new char[size + 1]);
-    char* const bytes_data = storage.get();
-    bytes_data[size] = 0;
+    auto storage = std::make_unique_for_overwrite<std::uint8_t[]>(size + 1);
+    storage[size] = 0;
     {
         std::ifstream file(path, std::ios::binary);
         if (!file.is_open()) {
             utils::printPathError("cannot open file ", path);
             raise("cannot open file {}", utils::pathToString(path));
         }
-        if (!file.read(bytes_data, static_cast<std::streamsize>(size))) {
+        if (!file.read(reinterpret_cast<char*>(storage.get()), static_cast<std::streamsize>(size))) {
             utils::printPathError(fmt::format("cannot read {} bytes from file ", size), path);
             raise("cannot read {} bytes from file ", size);
         }
     }
-    // The bytes live on in the model's stream; this copy goes when we return.
-    createNetwork(network_id, device, bytes_data, size);
+    // The read buffer itself goes to the model's stream: on a runtime that can keep it, a
+    // large model's bytes are not copied a second time during creation.
+    createFromStream(network_id, device, [&](wmp::Platform& platform, wmp::Stream& stream) {
+        platform.storeOwnedBytes(stream, std::move(storage), size);
+    });
 }
 
 void windows_ml::createNetwork(const std::string& network_id, const std::string& device,
                                const void* data, const std::size_t& size) {
+    createFromStream(network_id, device, [&](wmp::Platform& platform, wmp::Stream& stream) {
+        platform.storeBytes(stream, static_cast<const std::uint8_t*>(data), size);
+    });
+}
+
+void windows_ml::createFromStream(
+    const std::string& network_id, const std::string& device,
+    const std::function<void(wmp::Platform&, wmp::Stream&)>& store) {
     auto& state = *state_;
     auto& platform = *state.platform;
 
@@ -250,13 +260,14 @@ void windows_ml::createNetwork(const std::string& network_id, const std::string&
     auto& record = state.networks[network_id];
 
     auto stream = platform.createStream();
-    platform.storeBytes(*stream, static_cast<const std::uint8_t*>(data), size);
+    store(platform, *stream);
     record.stream_reference = platform.createStreamReference(stream);
     record.model = platform.loadModel(*record.stream_reference);
 
-    // Newer operator sets load but may fail in the steps after loading.
-    std::cerr << "[KEL][Windows-ML] If create network crash, please make sure onnx source opset < 16!"
-              << std::endl;
+    // Newer operator sets load but may fail in the steps after loading. The line goes out
+    // whole, in one write: standard error is unbuffered, and every creation writes it.
+    std::cerr << "[KEL][Windows-ML] If create network crash, please make sure onnx source opset < 16!\n"
+              << std::flush;
 
     record.device = device == "AUTO" ? getSupportedDevices().back() : device;
     if (record.device == "GPU") {

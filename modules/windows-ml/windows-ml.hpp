@@ -4,6 +4,7 @@
 #include <any>
 #include <cstdint>
 #include <filesystem>
+#include <functional>
 #include <memory>
 #include <string>
 #include <tuple>
@@ -17,6 +18,7 @@ namespace kel {
 
 namespace windows_ml_platform {
 class Platform;
+struct Stream;
 }
 
 struct windows_ml_InferenceEngine;
@@ -63,6 +65,11 @@ public:
     std::string version() override;
 
 private:
+    // The common creation step, with `store` writing the model bytes into the new stream.
+    void createFromStream(
+        const std::string& network_id, const std::string& device,
+        const std::function<void(windows_ml_platform::Platform&, windows_ml_platform::Stream&)>& store);
+
     std::shared_ptr<windows_ml_InferenceEngine> state_;
 };
 
