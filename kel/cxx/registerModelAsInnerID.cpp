@@ -103,24 +103,24 @@ void MLEngine::registerModelAsInnerID(const std::string& innerModelIdentifier,
                  [&](char* out) { pluginCall("kelModelGetVersionName", api.versionName, raw, out, engine.c_str(), 0); });
 
     // Any engine name that contains the word counts as OpenVINO.
-    const bool is_openvino = engine.find(kOpenVINO) != std::string::npos;
-    const bool is_coreml = engine.find(kCoreML) != std::string::npos;
+    const bool isOpenvino = engine.find(kOpenVINO) != std::string::npos;
+    const bool isCoreml = engine.find(kCoreML) != std::string::npos;
     const int models = pluginCall("kelModelGetModelNumber", api.modelNumber, raw, engine.c_str(), version.c_str());
-    if (is_openvino && models != 2)
+    if (isOpenvino && models != 2)
         raise("Register plugin model have {} inner models! Only 2 inner model is allowed here.[For OpenVINO]",
               models);
-    if (!is_openvino && models != 1)
+    if (!isOpenvino && models != 1)
         raise("Register plugin model have {} inner models! Only 1 inner model is allowed here.[For {}]",
               models, engine);
     if (models == 0) raise("Register plugin model can not get the model information");
 
     std::vector<ModelBuffer> buffers;
     const std::uint64_t size0 = pluginCall("kelModelGetModelSize", api.modelSize, raw, engine.c_str(), version.c_str(), 0);
-    if (size0 == 0 && !is_coreml) raise("Register plugin model can not get the model size");
+    if (size0 == 0 && !isCoreml) raise("Register plugin model can not get the model size");
     const void* buffer0 = pluginCall("kelModelGetModelBuffer", api.modelBuffer, raw, engine.c_str(), version.c_str(), 0);
-    if (!buffer0 && !is_coreml) raise("Register plugin model can not get the model buffer");
+    if (!buffer0 && !isCoreml) raise("Register plugin model can not get the model buffer");
     buffers.emplace_back(buffer0, static_cast<std::size_t>(size0));
-    if (is_openvino) {
+    if (isOpenvino) {
         const std::uint64_t size1 = pluginCall("kelModelGetModelSize", api.modelSize, raw, engine.c_str(), version.c_str(), 1);
         if (size1 == 0) raise("Register plugin model can not get the model1 size");
         const void* buffer1 = pluginCall("kelModelGetModelBuffer", api.modelBuffer, raw, engine.c_str(), version.c_str(), 1);

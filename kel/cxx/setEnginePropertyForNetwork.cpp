@@ -19,9 +19,9 @@ const std::type_info* checkedType(const std::string& typeText) {
 
 void MLEngine::setEnginePropertyForNetwork(const std::string& engine, const std::string& networkIdentifier,
                                            const std::string& property_key, const std::any& propertyValue) {
-    const auto mutable_properties = getEngineMutableProperties(engine);
-    auto it = mutable_properties.find(property_key);
-    if (it == mutable_properties.end()) raise("{} no {} property! Please check.", engine, property_key);
+    const auto mutableProperties = getEngineMutableProperties(engine);
+    auto it = mutableProperties.find(property_key);
+    if (it == mutableProperties.end()) raise("{} no {} property! Please check.", engine, property_key);
     if (const std::type_info* expected = checkedType(it->second)) {
         if (!propertyValue.has_value() || propertyValue.type() != *expected)
             raise("{} need {} type, but the property_value is not! Please check.", property_key, it->second);

@@ -67,18 +67,18 @@ const char* builtInVendorName(unsigned vendor) {
 std::string pciName(const fs::path& pciIds, unsigned vendor, std::optional<unsigned> device) {
     std::string vendor_name, deviceName;
     std::ifstream in(pciIds);
-    bool in_vendor = false;
+    bool inVendor = false;
     for (std::string line; in && std::getline(in, line);) {
         if (line.empty() || line[0] == '#') continue;
         if (line.rfind("C ", 0) == 0) break;  // the device class list follows the vendors
-        const bool device_line = line[0] == '\t' && line.size() > 1 && line[1] != '\t';
-        if (!device_line && line[0] != '\t') {
-            if (in_vendor) break;
+        const bool deviceLine = line[0] == '\t' && line.size() > 1 && line[1] != '\t';
+        if (!deviceLine && line[0] != '\t') {
+            if (inVendor) break;
             if (line.size() > 6 && parseHex(line.substr(0, 4)) == vendor) {
-                in_vendor = true;
+                inVendor = true;
                 vendor_name = trim(line.substr(4));
             }
-        } else if (device_line && in_vendor && device && line.size() > 7 &&
+        } else if (deviceLine && inVendor && device && line.size() > 7 &&
                    parseHex(line.substr(1, 4)) == *device) {
             deviceName = trim(line.substr(5));
             break;
@@ -201,11 +201,11 @@ private:
 
     std::string describe(const fs::path& device, const std::string& entryName) const {
         if (auto vendor = readFirstLine(device / "vendor"); vendor && vendor->rfind("0x", 0) == 0) {
-            if (auto vendor_id = parseHex(vendor->substr(2))) {
+            if (auto vendorId = parseHex(vendor->substr(2))) {
                 std::optional<unsigned> device_id;
                 if (auto id = readFirstLine(device / "device"); id && id->rfind("0x", 0) == 0)
                     device_id = parseHex(id->substr(2));
-                return pciName(pci_ids_, *vendor_id, device_id);
+                return pciName(pci_ids_, *vendorId, device_id);
             }
         }
         // Not a PCI device: its driver's name is the best description there is.
