@@ -24,6 +24,8 @@ DEB_PKGS+=(g++-mingw-w64-x86-64-posix mingw-w64-x86-64-dev wine64)
 # The fuzz targets are built with clang and its libFuzzer/sanitizer runtimes; clang 16,
 # since the default clang 14 lacks what libstdc++ 12 needs for std::source_location.
 DEB_PKGS+=(clang-16 libclang-rt-16-dev)
+# OpenVINO's GPU plugin links the OpenCL loader; the ThreadSanitizer run keeps that plugin loaded.
+DEB_PKGS+=(ocl-icd-libopencl1)
 missing=()
 for p in "${DEB_PKGS[@]}"; do
   dpkg-query -W -f='${Status}' "$p" 2>/dev/null | grep -q "install ok installed" || missing+=("$p")

@@ -2,9 +2,10 @@
 # Sets up, builds and runs every test: the whole suite in the ordinary build (build/, with
 # the installed tree, the packages and the hosts built against them); the Windows cross
 # build (build-windows/, MinGW-w64) and its tests under Wine; the suite again under
-# AddressSanitizer + UndefinedBehaviorSanitizer (build-asan/); then a bounded run of each
-# fuzz target (build-fuzz/, clang + libFuzzer).
-#   KEL_TEST_ONLY=plain|windows|asan|fuzz   run one part only
+# AddressSanitizer + UndefinedBehaviorSanitizer (build-asan/); the concurrency suite under
+# ThreadSanitizer (build-tsan/); then a bounded run of each fuzz target (build-fuzz/, clang +
+# libFuzzer).
+#   KEL_TEST_ONLY=plain|windows|asan|tsan|fuzz   run one part only
 #   KEL_FUZZ_SECONDS=<n>            seconds per fuzz target (default 55)
 #   KEL_FUZZ_SEED=<n>               the fuzzers' first seed (default: random)
 set -euo pipefail
@@ -42,6 +43,14 @@ if [ -z "$ONLY" ] || [ "$ONLY" = asan ]; then
   # sanitizer that deadlocks while reporting ends at the time-out instead of holding CI.
   (source "$ROOT/tests/sanitizers/options.sh" && cd "$BUILD" &&
      ctest --output-on-failure -j "$JOBS" --repeat until-pass:2 --timeout 600)
+fi
+
+if [ -z "$ONLY" ] || [ "$ONLY" = tsan ]; then
+  say "ThreadSanitizer build: the concurrency suite"
+  BUILD="$ROOT/build-tsan"
+  cmake -S "$ROOT" -B "$BUILD" -G Ninja -DKEL_SANITIZE_THREAD=ON -DCMAKE_BUILD_TYPE=RelWithDebInfo >/dev/null
+  cmake --build "$BUILD" -j "$JOBS" --target kel_test_concurrency
+  (source "$ROOT/tests/sanitizers/options.sh" && LD_PRELOAD="$KEL_TSAN_PRELOAD" "$BUILD/bin/kel_test_concurrency")
 fi
 
 if [ -z "$ONLY" ] || [ "$ONLY" = fuzz ]; then
