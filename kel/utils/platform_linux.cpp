@@ -142,8 +142,9 @@ bool writeNewFile(const std::filesystem::path& path, std::string_view bytes, boo
     if (fd < 0) return false;
     created = true;
     const ssize_t written = ::write(fd, bytes.data(), bytes.size());
-    ::close(fd);
-    return written == static_cast<ssize_t>(bytes.size());
+    // Some file systems report a full disk only when the file is closed.
+    const bool closed = ::close(fd) == 0;
+    return closed && written == static_cast<ssize_t>(bytes.size());
 }
 
 // The C stream under std::wcerr and std::cerr is one, and glibc drops output of the other

@@ -1,0 +1,68 @@
+#pragma once
+// The machine as the adversary: every fault must end in kel's clear error, leave the engine
+// usable with its earlier network untouched, and leave nothing behind.
+#include <algorithm>
+#include <cstdlib>
+#include <filesystem>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "kel/cxx/MLEngine.hpp"
+#include "tests/support/models.hpp"
+
+namespace kel::test {
+
+inline std::vector<std::filesystem::path> staticIr() {
+    return {openvinoModel("static.xml"), openvinoModel("static.bin")};
+}
+
+// An engine holding one working network, made before the fault.
+struct EngineWithEarlierNetwork {
+    MLEngine engine;
+    EngineWithEarlierNetwork() { engine.createNetwork("OpenVINO", "earlier", "CPU", staticIr(), {}); }
+
+    // The earlier network is still current and still infers the same; beside it there is
+    // only `other`, if given.
+    void expectUntouchedBeside(const std::string& other = "") {
+        std::vector<std::string> expected{"earlier"};
+        if (!other.empty()) expected.push_back(other);
+        std::vector<std::string> listed = engine.getCreatedNetworkIdentifiers();
+        std::sort(listed.begin(), listed.end());
+        std::sort(expected.begin(), expected.end());
+        EXPECT_EQ(listed, expected);
+        EXPECT_EQ(engine.getCurrentIdentifier(), "earlier");
+        auto input = readArray<float>(openvinoModel("static.in.data.raw"));
+        engine.setLayerData("data", input.data(), {1, 3, 4, 5});
+        engine.infer();
+        expectNear(static_cast<const float*>(engine.getLayerData("prob")),
+                   readArray<float>(openvinoModel("static.out.prob.raw")));
+    }
+    void expectUntouched() { expectUntouchedBeside(); }
+};
+
+// Sets an environment variable for the lifetime of this object.
+class ScopedEnv {
+public:
+    ScopedEnv(const char* name, const std::string& value) : name_(name) {
+        if (const char* old = std::getenv(name)) old_ = old;
+        setenv(name, value.c_str(), 1);
+    }
+    ~ScopedEnv() {
+        if (old_) setenv(name_, old_->c_str(), 1);
+        else unsetenv(name_);
+    }
+
+private:
+    const char* name_;
+    std::optional<std::string> old_;
+};
+
+inline std::vector<std::filesystem::path> filesUnder(const std::filesystem::path& directory) {
+    std::vector<std::filesystem::path> files;
+    std::error_code ec;
+    for (const auto& entry : std::filesystem::recursive_directory_iterator(directory, ec)) files.push_back(entry.path());
+    return files;
+}
+
+}  // namespace kel::test
