@@ -113,6 +113,16 @@ def misdeclared():
          {"x": x, "n": n}, {"y": x[:, :2]}, [starts, axes])
 
 
+def huge():
+    # Static shapes that ask for 4 TiB per layer: more than any process here may have.
+    shape = [65536, 65536, 256]
+    save("huge",
+         [helper.make_node("Relu", ["x"], ["y"])],
+         [helper.make_tensor_value_info("x", TensorProto.FLOAT, shape)],
+         [helper.make_tensor_value_info("y", TensorProto.FLOAT, shape)],
+         {}, {})
+
+
 if __name__ == "__main__":
     os.makedirs(OUT, exist_ok=True)
     static_two_io()
@@ -120,3 +130,4 @@ if __name__ == "__main__":
     mixed_types()
     half()
     misdeclared()
+    huge()
