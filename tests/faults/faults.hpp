@@ -32,11 +32,25 @@ struct EngineWithEarlierNetwork {
         std::sort(expected.begin(), expected.end());
         EXPECT_EQ(listed, expected);
         EXPECT_EQ(engine.getCurrentIdentifier(), "earlier");
+        expectCurrentInfers();
+    }
+    // The current network, made from the static IR model, gives its expected outputs.
+    void expectCurrentInfers() {
         auto input = readArray<float>(openvinoModel("static.in.data.raw"));
         engine.setLayerData("data", input.data(), {1, 3, 4, 5});
         engine.infer();
         expectNear(static_cast<const float*>(engine.getLayerData("prob")),
                    readArray<float>(openvinoModel("static.out.prob.raw")));
+    }
+    // The just-made network `other` (of the same model) works beside the untouched earlier
+    // one; then it goes, and the earlier one is current again.
+    void expectWorksThenRemove(const std::string& other) {
+        engine.switchNetwork("earlier");
+        expectUntouchedBeside(other);
+        engine.switchNetwork(other);
+        expectCurrentInfers();
+        engine.switchNetwork("earlier");
+        engine.removeNetwork(other);
     }
     void expectUntouched() { expectUntouchedBeside(); }
 };
