@@ -1,6 +1,6 @@
 // Several hosts' threads, each with a handle of its own, running whole requests at once on
-// both engines while the device information is still being gathered: every thread gets
-// exactly what one thread alone gets. Run under ThreadSanitizer by scripts/test.sh.
+// both engines while the device information is gathered: every thread gets exactly what one
+// thread alone gets. Run under ThreadSanitizer by scripts/test.sh.
 #include <atomic>
 #include <chrono>
 #include <future>
@@ -47,10 +47,26 @@ void collectLine(const char* line) {
     else g_lines[t_host].emplace_back(line);
 }
 
-TEST(Concurrency, HandlesOnTheirOwnThreadsGetTheSingleThreadedResultsOnBothEngines) {
-    const std::vector<t::RoadModel> models{t::openvinoRoad(), t::onnxRoad()};
+// Asks for the devices and for a network on every device kind. The GPU and NPU creations
+// wait for the device information; whether they succeed depends on the machine.
+void askForDevices(void* handle, const t::RoadModel& m, const std::string& suffix, std::vector<std::string>& failures) {
+    if (kelGetSupportDeviceNumber(handle, "OpenVINO") < 1) failures.push_back("no devices");
+    kelResetExceptionString(handle);
+    for (const std::string device : {"GPU", "NPU"}) {
+        kelCreateNetByBuffers(handle, "OpenVINO", (device + suffix).c_str(), device.c_str(), m.model.data(),
+                              m.model.size(), m.weights.data(), m.weights.size());
+        kelResetExceptionString(handle);
+    }
+}
 
-    // Reference: one thread, one request at a time.
+// Each host thread has a handle of its own with a log callback, asks for devices and runs
+// whole requests on both engines, first while the gathering is held back, then while it
+// publishes its rows.
+TEST(Concurrency, HostsOnTheirOwnThreadsGetTheSingleThreadedResultsWhileDevicesAreGathered) {
+    const std::vector<t::RoadModel> models{t::openvinoRoad(), t::onnxRoad()};
+    // Reference: one thread, one request at a time. It also lets the runtimes fill their own
+    // process-wide tables, behind locks this tool cannot see in their uninstrumented code,
+    // before the threads start.
     std::vector<std::vector<std::vector<std::vector<float>>>> expected(models.size());
     for (std::size_t m = 0; m < models.size(); ++m)
         for (int th = 0; th < kThreads; ++th) {
@@ -58,14 +74,23 @@ TEST(Concurrency, HandlesOnTheirOwnThreadsGetTheSingleThreadedResultsOnBothEngin
             expected[m].push_back(t::runRoad(models[m], t::roadInputs(models[m], 100 + th), "alone", error));
             ASSERT_EQ(error, "");
         }
+    std::vector<std::string> warmUpFailures;
+    void* first = kelCreate();
+    askForDevices(first, models[0], "", warmUpFailures);
+    kelDestory(first);
+    ASSERT_EQ(warmUpFailures, std::vector<std::string>());
 
-    HeldBackGathering gathering;
-    ASSERT_FALSE(kel::device_info::table().ready);
+    HeldBackGathering gathering({{"31.0.101.5", std::string("Intel(R) Device", 16)}});
+    std::atomic<int> firstRoundsDone{0};
     std::vector<std::vector<std::string>> failures(kThreads);
     std::vector<std::thread> threads;
     for (int th = 0; th < kThreads; ++th)
         threads.emplace_back([&, th] {
-            for (int round = 0; round < kRounds; ++round)
+            t_host = th;
+            void* handle = kelCreate();
+            kelSetLogCallback(handle, &collectLine);
+            for (int round = 0; round < kRounds; ++round) {
+                askForDevices(handle, models[0], std::to_string(round), failures[th]);
                 for (std::size_t m = 0; m < models.size(); ++m) {
                     std::string error;
                     const auto got = t::runRoad(models[m], t::roadInputs(models[m], 100 + th),
@@ -75,10 +100,20 @@ TEST(Concurrency, HandlesOnTheirOwnThreadsGetTheSingleThreadedResultsOnBothEngin
                         failures[th].push_back(models[m].engine + ": results differ in round " +
                                                std::to_string(round));
                 }
+                if (round == 0) ++firstRoundsDone;
+            }
+            kelSetLogCallback(handle, nullptr);
+            kelDestory(handle);
         });
-    for (auto& thread : threads) thread.join();
+    while (firstRoundsDone < kThreads) std::this_thread::sleep_for(std::chrono::milliseconds(10));
     EXPECT_FALSE(kel::device_info::table().ready) << "gathering was meant to be still pending";
-    for (int th = 0; th < kThreads; ++th) EXPECT_EQ(failures[th], std::vector<std::string>()) << "thread " << th;
+    gathering.release();
+    for (auto& thread : threads) thread.join();
+    for (int th = 0; th < kThreads; ++th) {
+        EXPECT_EQ(failures[th], std::vector<std::string>()) << "thread " << th;
+        EXPECT_FALSE(g_lines[th].empty()) << "thread " << th << " got no log line";
+    }
+    EXPECT_EQ(g_foreignLines, 0);
 }
 
 TEST(Concurrency, OneHandleFailingOnBadInputLeavesTheOthersUnaffected) {
@@ -104,57 +139,6 @@ TEST(Concurrency, OneHandleFailingOnBadInputLeavesTheOthersUnaffected) {
         EXPECT_EQ(goodErrors[th], "");
         EXPECT_EQ(results[th], expected);
     }
-}
-
-// Hosts create engines, list devices, install log callbacks and ask for GPU and NPU networks
-// (which wait for the device information) first while the gathering is held back, then
-// while it publishes its rows.
-TEST(Concurrency, HostsMeetTheGatheringThreadAtTheDeviceTable) {
-    const t::RoadModel model = t::openvinoRoad();
-    // Asks for the devices and for a network on every device kind. The GPU and NPU creations
-    // wait for the device information; whether they succeed depends on the machine.
-    auto askEverything = [&model](void* handle, const std::string& suffix, std::vector<std::string>& failures) {
-        if (kelGetSupportDeviceNumber(handle, "OpenVINO") < 1) failures.push_back("no devices");
-        kelResetExceptionString(handle);
-        for (const std::string device : {"GPU", "NPU", "CPU"}) {
-            kelCreateNetByBuffers(handle, "OpenVINO", (device + suffix).c_str(), device.c_str(), model.model.data(),
-                                  model.model.size(), model.weights.data(), model.weights.size());
-            if (device == "CPU" && kelHasException(handle)) failures.push_back(t::pendingText(handle));
-            kelResetExceptionString(handle);
-        }
-    };
-    // The runtimes fill their own process-wide tables on first use, behind locks this tool
-    // cannot see in their uninstrumented code: one pass on this thread first.
-    std::vector<std::string> warmUpFailures;
-    void* first = kelCreate();
-    askEverything(first, "", warmUpFailures);
-    kelDestory(first);
-    ASSERT_EQ(warmUpFailures, std::vector<std::string>());
-
-    HeldBackGathering gathering({{"31.0.101.5", std::string("Intel(R) Device", 16)}});
-    std::atomic<int> firstRoundsDone{0};
-    std::vector<std::vector<std::string>> failures(kThreads);
-    std::vector<std::thread> threads;
-    for (int th = 0; th < kThreads; ++th)
-        threads.emplace_back([&, th] {
-            t_host = th;
-            void* handle = kelCreate();
-            kelSetLogCallback(handle, &collectLine);
-            askEverything(handle, "-held", failures[th]);
-            ++firstRoundsDone;
-            askEverything(handle, "-released", failures[th]);
-            if (kelGetCreatedNetworkIdentifiersNumber(handle) < 2) failures[th].push_back("networks lost");
-            kelSetLogCallback(handle, nullptr);
-            kelDestory(handle);
-        });
-    while (firstRoundsDone < kThreads) std::this_thread::sleep_for(std::chrono::milliseconds(10));
-    gathering.release();
-    for (auto& thread : threads) thread.join();
-    for (int th = 0; th < kThreads; ++th) {
-        EXPECT_EQ(failures[th], std::vector<std::string>()) << "thread " << th;
-        EXPECT_FALSE(g_lines[th].empty()) << "thread " << th << " got no log line";
-    }
-    EXPECT_EQ(g_foreignLines, 0);
 }
 
 }  // namespace
