@@ -73,6 +73,10 @@ TEST(Networks, RegistryRulesAndTheirTexts) {
     EXPECT_THAT(engine.getInputLayerNames(), ElementsAre("data"));
     engine.removeNetwork("net2");
     EXPECT_THAT(engine.getCreatedNetworkIdentifiers(), ElementsAre("net1"));
+    // A network created again under a removed identifier starts afresh in its back-end.
+    const std::vector<std::filesystem::path> half{t::onnxModel("half.onnx")};
+    t::capturedStderr([&] { engine.createNetwork("WindowsML", "net2", "CPU", half, {}); });
+    EXPECT_THAT(engine.getInputLayerNames(), ElementsAre("h"));
 }
 
 TEST(Networks, AFailedCreationChangesNothingButTheStoredPropertiesWhichOutliveTheirNetwork) {

@@ -106,11 +106,10 @@ TEST_F(WindowsMlFake, DevicesAreCheckedOnlyOnceTheListExists) {
 }
 
 TEST_F(WindowsMlFake, CreationRefusalsInTheirOrder) {
+    for (std::size_t n : {0, 2})
+        EXPECT_EQ(kelMessageFrom(kSource, [&] { engine.createNetwork("n", "CPU", std::vector<ModelBuffer>(n)); }),
+                  "model buffer number is " + std::to_string(n) + ", the number is not supported.");
     const std::pair<std::function<void()>, std::string> refusals[] = {
-        {[&] { engine.createNetwork("n", "CPU", std::vector<ModelBuffer>{}); },
-         "model buffer number is 0, the number is not supported."},
-        {[&] { engine.createNetwork("n", "CPU", std::vector<ModelBuffer>{{"one", 3}, {"two", 3}}); },
-         "model buffer number is 2, the number is not supported."},
         {[&] { engine.createNetwork("n", "CPU", std::string("inner")); },
          "inner is not a supported plugin model id. Please use getSupportedModelIDs function check built-in and "
          "plugin model ids!"},
@@ -176,9 +175,8 @@ TEST_F(WindowsMlFake, LayerRulesInTheirOrder) {
 
 // Runtime errors reach the host as the runtime's own, not as kel's.
 TEST_F(WindowsMlFake, RuntimeFailuresPassThroughAndLeaveTheEngineUsable) {
-    for (const std::string step : {"createStream", "storeBytes", "createStreamReference", "loadModel",
-                                   "createDevice", "createSession", "createBinding", "inputFeatures",
-                                   "outputFeatures"}) {
+    for (const std::string step : {"createStream", "storeBytes", "createStreamReference", "loadModel", "createDevice",
+                                   "createSession", "createBinding", "inputFeatures", "outputFeatures"}) {
         fake->failAt = step;
         EXPECT_EQ(thrownText([&] { create("n", "CPU", basic); }), step + " failed");
     }

@@ -25,8 +25,7 @@ protected:
 // Inputs written into the buffers made for them at creation, outputs read from theirs: byte
 // for byte what the data files hold, in every element type the models use.
 TEST_F(WindowsMlOnnxRuntime, StaticModelsInferInTheirOwnBuffers) {
-    using Layers = std::vector<std::string>;
-    const std::tuple<std::string, Layers, Layers> models[] = {
+    const std::tuple<std::string, std::vector<std::string>, std::vector<std::string>> models[] = {
         {"static_two_io", {"a", "b"}, {"sum", "product"}},
         {"mixed_types", {"pix", "offset", "flag"}, {"sum", "positive", "pix_t"}},
         // Half precision comes out as 32-bit floats: the output's buffer has room for them.
