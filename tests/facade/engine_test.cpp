@@ -29,6 +29,7 @@ TEST(Engine, TableAndItsRefusals) {
         {[&] { engine.version(""); }, "Engine Name is empty!"},
         {[&] { engine.version("openvino"); }, "Not support openvino engine."},
         {[&] { engine.getModelInnerIDs("CoreML"); }, "Not support CoreML engine."},
+        {[&] { engine.getSupportedDevices("openvino"); }, "Not support openvino engine."},
         // "AUTO" is refused before the engine name is even looked up.
         {[&] { engine.getDeviceSupportProperties("NoSuchEngine", "AUTO"); },
          "could not get the property for AUTO device."},
