@@ -1,11 +1,9 @@
-// The WindowsML back-end's rules over a scripted runtime: models are looked up by their
-// bytes, so a test can declare what ONNX Runtime cannot express (image, sequence and map
-// features, any tensor kind, zero dimensions) and make any runtime step fail.
+// The WindowsML back-end's rules over a scripted runtime: a test declares what ONNX Runtime
+// cannot express (image, sequence and map features, any tensor kind, zero dimensions) and
+// makes any runtime step fail.
 #include <gtest/gtest.h>
 
-#include <algorithm>
 #include <functional>
-#include <map>
 
 #include "modules/windows-ml/platform.hpp"
 #include "modules/windows-ml/windows-ml.hpp"
@@ -14,202 +12,136 @@
 namespace kel::test {
 namespace {
 
-namespace wmp = kel::windows_ml_platform;
-using namespace wmp::tensor_kind;
-using Features = std::pair<std::vector<wmp::FeatureDescription>, std::vector<wmp::FeatureDescription>>;
+using namespace kel::windows_ml_platform;
+using namespace tensor_kind;
+using Features = std::pair<std::vector<FeatureDescription>, std::vector<FeatureDescription>>;
 
-wmp::FeatureDescription tensor(std::string name, std::uint32_t kind, std::vector<std::int64_t> shape) {
-    return {std::move(name), wmp::Tensor, kind, std::move(shape)};
+FeatureDescription tensor(std::string name, std::uint32_t kind, std::vector<std::int64_t> shape) {
+    return {std::move(name), Tensor, kind, std::move(shape)};
 }
 
-class FakePlatform : public wmp::Platform {
-public:
-    std::map<std::string, Features> models;  // by model bytes
-    std::string failAt;                      // the step that fails
-    std::vector<wmp::DeviceKind> devicesCreated;
-    wmp::DeviceKind sessionDevice = wmp::Default;
-    std::map<std::string, wmp::TensorValues> outputs;  // what every evaluation yields
+class FakePlatform : public Platform {
+    // One handle type serves every role.
+    struct H : Stream, StreamReference, Buffer, Model, Device, Session, Binding, Value, EvaluationResult {
+        DeviceKind kind{};
+    };
 
-    std::shared_ptr<wmp::Stream> createStream() override { return step<Bytes>("createStream"); }
-    void storeBytes(wmp::Stream& s, const std::uint8_t* data, std::size_t size) override {
-        step<Bytes>("storeBytes");
-        static_cast<Bytes&>(s).bytes.append(reinterpret_cast<const char*>(data), size);
+public:
+    Features features;  // of the next model loaded
+    std::string failAt;  // the step that fails
+    DeviceKind sessionDevice = Default;
+
+    std::shared_ptr<Stream> createStream() override { return step("createStream"); }
+    void storeBytes(Stream&, const std::uint8_t*, std::size_t) override { step("storeBytes"); }
+    std::shared_ptr<Buffer> writeBuffer(const std::uint8_t*, std::size_t) override { return step("writeBuffer"); }
+    std::shared_ptr<StreamReference> createStreamReference(const std::shared_ptr<Stream>&) override {
+        return step("createStreamReference");
     }
-    std::shared_ptr<wmp::Buffer> writeBuffer(const std::uint8_t*, std::size_t) override {
-        return step<Bytes>("writeBuffer");
+    std::shared_ptr<Model> loadModel(StreamReference&) override { return step("loadModel"); }
+    std::vector<FeatureDescription> inputFeatures(Model&) override { return step("inputFeatures", features.first); }
+    std::vector<FeatureDescription> outputFeatures(Model&) override { return step("outputFeatures", features.second); }
+    std::shared_ptr<Device> createDevice(DeviceKind kind) override {
+        auto device = step("createDevice");
+        device->kind = kind;
+        return device;
     }
-    std::shared_ptr<wmp::StreamReference> createStreamReference(const std::shared_ptr<wmp::Stream>& s) override {
-        auto r = step<Bytes>("createStreamReference");
-        r->bytes = static_cast<Bytes&>(*s).bytes;
-        return r;
+    std::shared_ptr<Session> createSession(const std::shared_ptr<Model>&, const std::shared_ptr<Device>& d) override {
+        sessionDevice = static_cast<H&>(*d).kind;
+        return step("createSession");
     }
-    std::shared_ptr<wmp::Model> loadModel(wmp::StreamReference& r) override {
-        auto m = step<Model>("loadModel");
-        m->features = models.at(static_cast<Bytes&>(r).bytes);
-        return m;
+    std::shared_ptr<Binding> createBinding(const std::shared_ptr<Session>&) override { return step("createBinding"); }
+    std::shared_ptr<Value> createTensor(std::uint32_t, const std::vector<std::int64_t>&,
+                                        const std::shared_ptr<Buffer>&) override {
+        return step("createTensor");
     }
-    std::vector<wmp::FeatureDescription> inputFeatures(wmp::Model& m) override {
-        step<Bytes>("inputFeatures");
-        return static_cast<Model&>(m).features.first;
+    void bind(Binding&, const std::string&, const std::shared_ptr<Value>&) override { step("bind"); }
+    std::shared_ptr<EvaluationResult> evaluate(Session&, Binding&, const std::string&) override {
+        return step("evaluate");
     }
-    std::vector<wmp::FeatureDescription> outputFeatures(wmp::Model& m) override {
-        step<Bytes>("outputFeatures");
-        return static_cast<Model&>(m).features.second;
-    }
-    std::shared_ptr<wmp::Device> createDevice(wmp::DeviceKind kind) override {
-        devicesCreated.push_back(kind);
-        auto d = step<Device>("createDevice");
-        d->kind = kind;
-        return d;
-    }
-    std::shared_ptr<wmp::Session> createSession(const std::shared_ptr<wmp::Model>&,
-                                                const std::shared_ptr<wmp::Device>& d) override {
-        sessionDevice = static_cast<Device&>(*d).kind;
-        return step<Bytes>("createSession");
-    }
-    std::shared_ptr<wmp::Binding> createBinding(const std::shared_ptr<wmp::Session>&) override {
-        return step<Bytes>("createBinding");
-    }
-    std::shared_ptr<wmp::Value> createTensor(std::uint32_t, const std::vector<std::int64_t>&,
-                                             const std::shared_ptr<wmp::Buffer>&) override {
-        return step<Value>("createTensor");
-    }
-    void bind(wmp::Binding&, const std::string&, const std::shared_ptr<wmp::Value>&) override { step<Bytes>("bind"); }
-    std::shared_ptr<wmp::EvaluationResult> evaluate(wmp::Session&, wmp::Binding&, const std::string&) override {
-        return step<Bytes>("evaluate");
-    }
-    std::shared_ptr<wmp::Value> lookupOutput(wmp::EvaluationResult&, const std::string& name) override {
-        auto v = step<Value>("lookupOutput");
-        v->values = outputs.at(name);
-        return v;
-    }
-    wmp::TensorValues readValues(wmp::Value& v, std::uint32_t) override {
-        step<Bytes>("readValues");
-        return static_cast<Value&>(v).values;
+    std::shared_ptr<Value> lookupOutput(EvaluationResult&, const std::string&) override { return step("lookupOutput"); }
+    // Every output holds 1, 2, 3.
+    TensorValues readValues(Value&, std::uint32_t) override {
+        return step("readValues", TensorValues(std::vector<float>{1, 2, 3}));
     }
 
 private:
-    // One handle type per role the back-end tells apart.
-    struct Bytes : wmp::Stream, wmp::StreamReference, wmp::Buffer, wmp::Session, wmp::Binding,
-                   wmp::EvaluationResult {
-        std::string bytes;
-    };
-    struct Model : wmp::Model { Features features; };
-    struct Device : wmp::Device { wmp::DeviceKind kind{}; };
-    struct Value : wmp::Value { wmp::TensorValues values; };
-
-    template <class T>
-    std::shared_ptr<T> step(const std::string& name) {
-        if (failAt == name) throw wmp::PlatformError(-2147467259, name + " failed");
-        return std::make_shared<T>();
+    template <class T = std::shared_ptr<H>>
+    T step(const std::string& name, T result = std::make_shared<H>()) {
+        if (failAt == name) throw PlatformError(-2147467259, name + " failed");
+        return result;
     }
 };
+
+const char* const kSource = "modules/windows-ml/windows-ml.cpp";  // where the back-end's refusals are raised
 
 class WindowsMlFake : public ::testing::Test {
 protected:
     std::shared_ptr<FakePlatform> fake = std::make_shared<FakePlatform>();
     windows_ml engine{fake};
-    int nextModel = 0;
+    // Static f32 input x [1, 3], dynamic d [-1, 3]; static output y [1, 3], dynamic z [-1, 3].
+    const Features basic = {{tensor("x", Float, {1, 3}), tensor("d", Float, {-1, 3})},
+                            {tensor("y", Float, {1, 3}), tensor("z", Float, {-1, 3})}};
 
     void create(const std::string& id, const std::string& device, Features features) {
-        const std::string bytes = "model-" + std::to_string(nextModel++);
-        fake->models[bytes] = std::move(features);
-        engine.createNetwork(id, device, std::vector<ModelBuffer>{{bytes.data(), bytes.size()}});
-    }
-    // Static f32 input x [1, 3], dynamic d [-1, 3]; static output y [1, 3], dynamic z [-1, 3].
-    static Features basic() {
-        return {{tensor("x", Float, {1, 3}), tensor("d", Float, {-1, 3})},
-                {tensor("y", Float, {1, 3}), tensor("z", Float, {-1, 3})}};
-    }
-    template <class F>
-    static std::string kelMessage(F&& call) {
-        return kelMessageFrom("modules/windows-ml/windows-ml.cpp", std::forward<F>(call));
+        fake->features = std::move(features);
+        engine.createNetwork(id, device, std::vector<ModelBuffer>{{"model", 5}});
     }
 };
 
 TEST_F(WindowsMlFake, DevicesAreCheckedOnlyOnceTheListExists) {
-    create("n1", "NPU", basic());
+    // Every creation warns about newer operator sets, in one line.
+    EXPECT_EQ(capturedStderr([&] { create("n1", "NPU", basic); }),
+              "[KEL][Windows-ML] If create network crash, please make sure onnx source opset < 16!\n");
     EXPECT_EQ(engine.getNetworkDevice("n1"), "NPU");
-    EXPECT_EQ(fake->sessionDevice, wmp::Cpu);
-    // Before the list exists, "GPU" makes all three DirectX devices and runs on the
-    // high-performance one.
-    fake->devicesCreated.clear();
-    create("g", "GPU", basic());
-    EXPECT_EQ(fake->devicesCreated, (std::vector{wmp::DirectX, wmp::DirectXHighPerformance, wmp::DirectXMinPower}));
-    EXPECT_EQ(fake->sessionDevice, wmp::DirectXHighPerformance);
+    EXPECT_EQ(fake->sessionDevice, Cpu);
+    // Before the list exists, "GPU" runs on the high-performance DirectX device.
+    create("g", "GPU", basic);
+    EXPECT_EQ(fake->sessionDevice, DirectXHighPerformance);
 
     EXPECT_EQ(engine.getSupportedDevices(), (std::vector<std::string>{"AUTO", "CPU"}));
-    EXPECT_EQ(kelMessage([&] { create("n2", "NPU", basic()); }), "NPU is not supported.");
-    EXPECT_EQ(kelMessage([&] { create("n2", "cpu", basic()); }), "cpu is not supported.");
-    create("a", "AUTO", basic());
+    EXPECT_EQ(kelMessageFrom(kSource, [&] { create("n2", "NPU", basic); }), "NPU is not supported.");
+    create("a", "AUTO", basic);
     EXPECT_EQ(engine.getNetworkDevice("a"), "CPU");
-    EXPECT_EQ(fake->sessionDevice, wmp::Cpu);
+    EXPECT_EQ(fake->sessionDevice, Cpu);
 }
 
-TEST_F(WindowsMlFake, CreationRefusalsAndInnerModels) {
-    const std::string bytes = "one";
-    const ModelBuffer buffer{bytes.data(), bytes.size()};
-    const std::string innerText = "inner is not a supported plugin model id. Please use getSupportedModelIDs "
-                                  "function check built-in and plugin model ids!";
+TEST_F(WindowsMlFake, CreationRefusalsInTheirOrder) {
+    for (std::size_t n : {0, 2})
+        EXPECT_EQ(kelMessageFrom(kSource, [&] { engine.createNetwork("n", "CPU", std::vector<ModelBuffer>(n)); }),
+                  "model buffer number is " + std::to_string(n) + ", the number is not supported.");
     const std::pair<std::function<void()>, std::string> refusals[] = {
-        {[&] { engine.createNetwork("n", "CPU", std::vector<ModelBuffer>{}); },
-         "model buffer number is 0, the number is not supported."},
-        {[&] { engine.createNetwork("n", "CPU", std::vector{buffer, buffer}); },
-         "model buffer number is 2, the number is not supported."},
-        {[&] { engine.createNetwork("n", "CPU", std::vector<std::filesystem::path>{}); },
-         "model file is 0, the number is not supported."},
-        {[&] { engine.createNetwork("n", "CPU", std::string("inner")); }, innerText},
-        {[&] { engine.unregisterInnerID("inner"); }, "not found Model Id [inner] for unregister."},
-        {[&] { create("n", "CPU", {{{"img", wmp::Image, Undefined, {}}}, {}}); },
-         "imglayer type not Tensor. Current layer type is Image"},
-        {[&] { create("n", "CPU", {{}, {{"s", wmp::Sequence, Float, {}}}}); },
-         "slayer type not Tensor. Current layer type is Sequence"},
-        {[&] { create("n", "CPU", {{{"m", wmp::Map, Float, {}}}, {}}); },
-         "mlayer type not Tensor. Current layer type is Map"},
-        {[&] { create("n", "CPU", {{{"q", 7, Float, {}}}, {}}); }, "qlayer type not Tensor. Current layer type is Unknown"},
-        {[&] { create("n", "CPU", {{tensor("s", String, {1})}, {}}); }, " Tensor type is String! This type is not supported."},
-        {[&] { create("n", "CPU", {{tensor("s", Complex64, {1})}, {}}); }, " Tensor type is C64! This type is not supported."},
-        {[&] { create("n", "CPU", {{tensor("s", Complex128, {1})}, {}}); }, " Tensor type is C128! This type is not supported."},
-        {[&] { create("n", "CPU", {{tensor("s", Undefined, {1})}, {}}); },
-         " Tensor type is UNSUPPORTED! This type is not supported."},
-        {[&] { create("n", "CPU", {{tensor("s", 16, {1})}, {}}); }, " Tensor type is Unknown! This type is not supported."},
+        {[&] { engine.createNetwork("n", "CPU", std::string("inner")); },
+         "inner is not a supported plugin model id. Please use getSupportedModelIDs function check built-in and "
+         "plugin model ids!"},
+        // A declared zero dimension is refused only once the network became current.
+        {[&] { create("zero", "CPU", {{tensor("e", Float, {0, 4})}, {}}); },
+         "Please set the valid shape to tensor, the dim should larger than 0!"},
     };
-    for (const auto& [call, text] : refusals) EXPECT_EQ(kelMessage(call), text);
-    EXPECT_THROW(engine.createNetwork("n", "CPU", std::vector<std::filesystem::path>{"/nonexistent/m.onnx"}),
-                 std::filesystem::filesystem_error);
-
-    engine.registerModelAsInnerID("inner", {buffer, buffer});
-    EXPECT_EQ(kelMessage([&] { engine.createNetwork("n", "CPU", std::string("inner")); }),
-              "model buffer number is 2, the number is not supported.");
-    fake->models["one"] = basic();
-    engine.registerModelAsInnerID("inner", {buffer});
-    engine.createNetwork("n", "CPU", std::string("inner"));
-    EXPECT_EQ(engine.getModelInnerIDs(), std::vector<std::string>{"inner"});
-    engine.unregisterInnerID("inner");
-    EXPECT_EQ(engine.getInputLayerNames().size(), 2u);  // the network outlives its inner model
-}
-
-TEST_F(WindowsMlFake, DeclaredZeroDimensionFailsAfterTheNetworkBecameCurrent) {
-    create("first", "CPU", basic());
-    const std::string err = capturedStderr([&] {
-        EXPECT_EQ(kelMessage([&] { create("zero", "CPU", {{tensor("e", Float, {0, 4})}, {}}); }),
-                  "Please set the valid shape to tensor, the dim should larger than 0!");
-    });
-    EXPECT_NE(err.find("[KEL][Windows-ML] If create network crash, please make sure onnx source opset < 16!\n"),
-              std::string::npos);
+    for (const auto& [call, text] : refusals) EXPECT_EQ(kelMessageFrom(kSource, call), text);
     EXPECT_EQ(engine.getInputLayerNames(), std::vector<std::string>{"e"});
     EXPECT_EQ(engine.getLayerDims("e"), (std::vector<std::uint64_t>{0, 4}));
+
+    // Layers of other kinds than tensors, and tensors of kinds without a tensor class.
+    const std::pair<std::int32_t, std::string> features[] = {
+        {Image, "Image"}, {Sequence, "Sequence"}, {Map, "Map"}, {7, "Unknown"}};
+    for (const auto& [kind, name] : features)
+        EXPECT_EQ(kelMessageFrom(kSource, [&] { create("n", "CPU", {{{"f", kind, Float, {}}}, {}}); }),
+                  "flayer type not Tensor. Current layer type is " + name);
+    const std::pair<std::uint32_t, std::string> kinds[] = {
+        {String, "String"}, {Complex64, "C64"}, {Complex128, "C128"}, {Undefined, "UNSUPPORTED"}, {16, "Unknown"}};
+    for (const auto& [kind, name] : kinds)
+        EXPECT_EQ(kelMessageFrom(kSource, [&] { create("n", "CPU", {{tensor("t", kind, {1})}, {}}); }),
+                  " Tensor type is " + name + "! This type is not supported.");
 }
 
 TEST_F(WindowsMlFake, LayerRulesInTheirOrder) {
     create("n", "CPU", {{tensor("scalar", Int64, {}), tensor("x", Float, {1, 3}), tensor("d", Float, {-1, 3})},
-                        {tensor("y", UInt16, {2, 2})}});
+                        {tensor("y", Float16, {2, 2})}});
     // Static layers get zeroed buffers of their own; a scalar counts as one value.
     EXPECT_EQ(engine.getLayerDims("scalar"), std::vector<std::uint64_t>{1});
     EXPECT_EQ(*static_cast<std::int64_t*>(engine.getLayerData("scalar")), 0);
-    const auto* y = static_cast<std::uint16_t*>(engine.getLayerData("y"));
-    EXPECT_EQ(y[0] | y[1] | y[2] | y[3], 0);
-    EXPECT_EQ(engine.getLayerPrecision("y"), std::make_tuple(std::string("U16"), 2ull));
+    // Half precision is named by its own size, though handed out as 32-bit floats.
+    EXPECT_EQ(engine.getLayerPrecision("y"), std::make_tuple(std::string("FP16"), 2ull));
 
     float host[6] = {};
     const std::any p = static_cast<void*>(host);
@@ -231,7 +163,7 @@ TEST_F(WindowsMlFake, LayerRulesInTheirOrder) {
         // The pointer was stored before the shape was judged; the shape was not.
         {[&] { engine.getLayerDims("d"); }, "d is not static tensor please set layer data first."},
     };
-    for (const auto& [call, text] : refusals) EXPECT_EQ(kelMessage(call), text);
+    for (const auto& [call, text] : refusals) EXPECT_EQ(kelMessageFrom(kSource, call), text);
 
     // Static: the host's dims are ignored. Dynamic: up to 100,000,000 a dimension.
     engine.setLayerData("x", std::any(reinterpret_cast<const std::uint8_t*>(host)), {1, 2, 3}, false);
@@ -239,54 +171,26 @@ TEST_F(WindowsMlFake, LayerRulesInTheirOrder) {
     EXPECT_EQ(engine.getLayerData("x"), host);
     engine.setLayerData("d", std::any(static_cast<const void*>(host)), {2, 100000000}, false);
     EXPECT_EQ(engine.getLayerDims("d"), (std::vector<std::uint64_t>{2, 100000000}));
-
-    // Recreating an identifier adds to its layer tables.
-    create("n", "CPU", {{tensor("x2", Float, {4})}, {tensor("y2", Float16, {4})}});
-    auto inputs = engine.getInputLayerNames();
-    std::sort(inputs.begin(), inputs.end());
-    EXPECT_EQ(inputs, (std::vector<std::string>{"d", "scalar", "x", "x2"}));
-    EXPECT_EQ(engine.getLayerPrecision("y2"), std::make_tuple(std::string("FP16"), 2ull));
 }
 
+// Runtime errors reach the host as the runtime's own, not as kel's.
 TEST_F(WindowsMlFake, RuntimeFailuresPassThroughAndLeaveTheEngineUsable) {
-    for (const std::string step : {"createStream", "storeBytes", "createStreamReference", "loadModel",
-                                   "createDevice", "createSession", "createBinding", "inputFeatures",
-                                   "outputFeatures"}) {
+    for (const std::string step : {"createStream", "storeBytes", "createStreamReference", "loadModel", "createDevice",
+                                   "createSession", "createBinding", "inputFeatures", "outputFeatures"}) {
         fake->failAt = step;
-        try {
-            create("n", "CPU", basic());
-            ADD_FAILURE() << step << " did not fail";
-        } catch (const wmp::PlatformError& e) {
-            EXPECT_EQ(e.code(), -2147467259);
-            EXPECT_EQ(e.what(), step + " failed");
-        }
+        EXPECT_EQ(thrownText([&] { create("n", "CPU", basic); }), step + " failed");
     }
     fake->failAt.clear();
-    create("n", "CPU", basic());
-    fake->outputs["y"] = std::vector<float>{1, 2, 3};
+    create("n", "CPU", basic);
     float d[3] = {};
     engine.setLayerData("d", std::any(static_cast<void*>(d)), {1, 3}, false);
     for (const std::string step : {"writeBuffer", "createTensor", "bind", "evaluate", "lookupOutput", "readValues"}) {
         fake->failAt = step;
-        EXPECT_THROW(engine.infer(), wmp::PlatformError) << step;
+        EXPECT_EQ(thrownText([&] { engine.infer(); }), step + " failed");
     }
     fake->failAt.clear();
     engine.infer();
     EXPECT_EQ(static_cast<float*>(engine.getLayerData("y"))[2], 3);
-}
-
-TEST_F(WindowsMlFake, NetworkBookkeeping) {
-    create("a", "CPU", basic());
-    create("b", "CPU", {{tensor("only", Int8, {1})}, {}});
-    engine.switchNetwork("missing");  // ignored
-    EXPECT_EQ(engine.getInputLayerNames(), std::vector<std::string>{"only"});
-    engine.switchNetwork("a");
-    // Removing the current network leaves its name current over an empty record.
-    engine.removeNetwork("a");
-    engine.removeNetwork("never");
-    EXPECT_TRUE(engine.getInputLayerNames().empty());
-    EXPECT_EQ(kelMessage([&] { engine.getLayerData("x"); }), "x is not found in input and output layers.");
-    EXPECT_EQ(thrownText([&] { engine.getNetworkDevice("never"); }), "invalid unordered_map<K, T> key");
 }
 
 }  // namespace
