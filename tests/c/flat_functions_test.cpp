@@ -1,7 +1,6 @@
-// The flat functions by group: the handle and its error channel, index-based lists and
-// texts, layers and properties. Their refusal texts are pinned in bad_arguments_test.cpp.
+// The flat functions by group: the handle and its error channel, the texts kel-run does not
+// read, and properties. Their refusal and range texts are pinned in bad_arguments_test.cpp.
 #include <gmock/gmock.h>
-#include <gtest/gtest.h>
 
 #include <cstring>
 #include <functional>
@@ -23,18 +22,16 @@ TEST(Handle, ErrorChannelVersionTextsAndTheCallbackBoundary) {
     void* h = kelCreate();
     std::uint64_t n = 0;
     char buf[8];
-    // Without a handle, or without a pending text, there is nothing to read or reset.
-    for (void* handle : {static_cast<void*>(nullptr), h}) {
-        EXPECT_EQ(kelGetExceptionStringLength(handle, &n), -1);
-        EXPECT_EQ(kelGetExceptionString(handle, buf), -1);
-        EXPECT_EQ(kelResetExceptionString(handle), -1);
-    }
+    // Without a pending text there is nothing to read or reset.
+    EXPECT_EQ(kelGetExceptionStringLength(h, &n), -1);
+    EXPECT_EQ(kelGetExceptionString(h, buf), -1);
+    EXPECT_EQ(kelResetExceptionString(h), -1);
 
     // The library's version comes without a terminator, the runtime's with one.
     kelSelfVersion(h, &n, nullptr);
-    std::string self(n + 4, '#');
+    std::string self(n + 1, '#');
     kelSelfVersion(h, nullptr, self.data());
-    EXPECT_EQ(self, "2025.10.23-78560f91(x64)####");
+    EXPECT_EQ(self, "2025.10.23-78560f91(x64)#");
     kelVersion(h, "OpenVINO", &n, nullptr);
     std::string runtime(n + 2, '#');
     kelVersion(h, "OpenVINO", nullptr, runtime.data());
@@ -43,8 +40,7 @@ TEST(Handle, ErrorChannelVersionTextsAndTheCallbackBoundary) {
     // Fetching is exact and does not clear; destroying with a pending text frees nothing.
     kelSelfVersion(h, nullptr, nullptr);
     const std::string first = pendingText(h);
-    ASSERT_EQ(kelGetExceptionStringLength(h, &n), 0);
-    std::string exact(n + 1, '@');
+    std::string exact(first.size() + 1, '@');
     ASSERT_EQ(kelGetExceptionString(h, exact.data()), 0);
     EXPECT_EQ(exact, first + "@");
     kelDestory(h);

@@ -33,10 +33,9 @@ def default_job():
     # text report's verdict is checked on the installed tree (tests/install).
     p = run("--json", cwd="/")
     report = json.loads(p.stdout) if p.returncode == 0 else {"engines": [], "passed": False}
-    check([e["engine"] for e in report["engines"]] == ["OpenVINO", "WindowsML"] and report["passed"], "--json", p)
-    for e in report["engines"]:
-        lat = e["latency_us"]
-        check(0 < lat["min"] <= lat["p50"] <= lat["p90"] <= lat["p99"], f"{e['engine']} latency order {lat}", p)
+    latencies = [e["latency_us"] for e in report["engines"]]
+    check([e["engine"] for e in report["engines"]] == ["OpenVINO", "WindowsML"] and report["passed"] and
+          all(0 < lat["min"] <= lat["p50"] <= lat["p90"] <= lat["p99"] for lat in latencies), f"--json {latencies}", p)
 
 
 def models_round_trip(tmp):
@@ -97,7 +96,6 @@ def refusals(tmp):
     cases = [
         (["--help"], 0, r"^Exit codes:"),
         (["--list"], 0, r"^OpenVINO \(runtime .+\): AUTO, CPU"),
-        (["-m", missing], 1, kel_failure),
         (["--json", "-m", missing], 1, r'^\{"error": .*"exit_code": 1\}'),
         # The device is the engine's error, not a run on the processor.
         (["-m", os.path.join(DATA, "onnx/static_two_io.onnx"), "-d", "NOPE"], 1, kel_failure),
