@@ -44,32 +44,36 @@ def models_round_trip(tmp):
         np.save(path, np.fromfile(os.path.join(DATA, stored), dtype).reshape(shape))
         return ["-i", f"{layer}={path}"]
 
-    # {model, arguments, output layer, its shape and type, its stored values (floats as float32)}.
+    # {model, arguments, its outputs (the first is read back), its shape and type, its stored values
+    # (floats as float32)}.
     # The CPU plugin may compute in reduced precision, hence the loose tolerance.
     cases = [
         # A dynamic IR input takes its dims from the .npy.
         ("openvino/dynamic.xml", npy("x", "openvino/dynamic.in.x.raw", np.float32, (3, 4)),
-         "y", (3, 2), np.float32, "openvino/dynamic.out.y.raw"),
+         ["y"], (3, 2), np.float32, "openvino/dynamic.out.y.raw"),
         # .onnx runs on WindowsML unless -e says otherwise; integer and boolean arrays.
         ("onnx/mixed_types.onnx", npy("pix", "onnx/mixed_types.pix.in.bin", np.uint8, (2, 3)) +
          npy("offset", "onnx/mixed_types.offset.in.bin", np.int64, (2, 3)) +
          npy("flag", "onnx/mixed_types.flag.in.bin", np.bool_, (2, 3)),
-         "pix_t", (3, 2), np.uint8, "onnx/mixed_types.pix_t.out.bin"),
+         ["pix_t", "positive", "sum"], (3, 2), np.uint8, "onnx/mixed_types.pix_t.out.bin"),
         ("onnx/half.onnx", ["-e", "OpenVINO"] + npy("h", "onnx/half.h.in.bin", np.float16, (1, 4)),
-         "doubled", (1, 4), np.float16, "onnx/half.doubled.out.bin"),
+         ["doubled"], (1, 4), np.float16, "onnx/half.doubled.out.bin"),
         # A dynamic output is read back through --shape.
-        ("onnx/dynamic_batch.onnx", ["--shape", "y=[3,4]"] + npy("x", "onnx/dynamic_batch.x.in.bin", np.float32, (3, 4)),
-         "y", (3, 4), np.float32, "onnx/dynamic_batch.y.out.bin"),
+        ("onnx/dynamic_batch.onnx",
+         ["--shape", "y=[3,4]"] + npy("x", "onnx/dynamic_batch.x.in.bin", np.float32, (3, 4)),
+         ["y"], (3, 4), np.float32, "onnx/dynamic_batch.y.out.bin"),
     ]
-    for i, (model, args, layer, shape, dtype, stored) in enumerate(cases):
+    for i, (model, args, outputs, shape, dtype, stored) in enumerate(cases):
         out = os.path.join(tmp, f"out{i}")
         p = run("-m", os.path.join(DATA, model), *args, "-n", "3", "-o", out, "--json")
-        check(p.returncode == 0 and json.loads(p.stdout)["count"] == 3, f"{model} runs three times", p)
+        report = json.loads(p.stdout) if p.returncode == 0 else {"count": 0, "outputs": []}
+        names = [o["name"] for o in report["outputs"]]
+        check(report["count"] == 3 and sorted(names) == outputs, f"{model}: three runs, outputs {names}", p)
         if p.returncode == 0:
-            got = np.load(os.path.join(out, f"{layer}.npy"))
+            got = np.load(os.path.join(out, f"{outputs[0]}.npy"))
             want = np.fromfile(os.path.join(DATA, stored), np.float32 if got.dtype.kind == "f" else got.dtype)
             check(got.shape == shape and got.dtype == dtype and np.allclose(got.ravel(), want, atol=1e-2),
-                  f"{model} {layer}: {got!r}", p)
+                  f"{model} {outputs[0]}: {got!r}", p)
 
     # A plugin model library runs on the engine it was built for; -t bounds the run.
     p = run("--plugin", os.path.join(PLUGINS, "libkel_digits_windowsml.so"), "--fill", "zero", "-t", "0.2")
@@ -80,13 +84,10 @@ def models_round_trip(tmp):
 def refusals(tmp):
     static_xml = os.path.join(DATA, "openvino/static.xml")
     missing = os.path.join(tmp, "missing.xml")
-    digits = os.path.join(tmp, "digits")
-    os.mkdir(digits)
-    np.save(os.path.join(digits, "digits_heldout_x.npy"), np.zeros((3, 64), np.float64))
-    np.save(os.path.join(digits, "digits_heldout_y.npy"), np.zeros(3, np.int64))
-    for name, array in {"wrong": np.zeros((1, 3, 4, 5), np.float64), "big": np.zeros((1, 3, 4, 5), ">f4"),
-                        "fortran": np.asfortranarray(np.zeros((1, 3, 4, 5), np.float32)),
-                        "short": np.zeros((1, 3, 4, 5), np.float32)}.items():
+    zeros = np.zeros((1, 3, 4, 5), np.float32)
+    arrays = {"wrong": zeros.astype(np.float64), "big": zeros.astype(">f4"), "fortran": np.asfortranarray(zeros),
+              "short": zeros, "digits_heldout_x": np.zeros((3, 64)), "digits_heldout_y": np.zeros(3, np.int64)}
+    for name, array in arrays.items():
         np.save(os.path.join(tmp, f"{name}.npy"), array)
     with open(os.path.join(tmp, "short.npy"), "r+b") as f:
         f.truncate(os.path.getsize(f.name) - 8)
@@ -101,7 +102,7 @@ def refusals(tmp):
         (["-m", os.path.join(DATA, "onnx/static_two_io.onnx"), "-d", "NOPE"], 1, kel_failure),
         (["-m", os.path.join(DATA, "openvino/dynamic.xml")], 1, r"^\(input x has a dynamic shape: give --shape x="),
         (["-m", static_xml, "--shape", "data=[2,2]"], 1, kel_failure),
-        (["--data", digits], 2, r"^kel-run: usage error: the held-out digits in .* are not float32"),
+        (["--data", tmp], 2, r"^kel-run: usage error: the held-out digits in .* are not float32"),
         (["--frobnicate"], 2, r"^kel-run: usage error: unknown argument '--frobnicate'"),
         (["-m"], 2, r"-m needs a value"),
         (["-m", static_xml, "-n", "ten"], 2, r"-n takes a whole number, not 'ten'"),
