@@ -1,15 +1,14 @@
-// Every flat function with null and out-of-range arguments: a clear error (or a quiet
-// refusal where the contract says so), never a crash, and the handle keeps working with
-// nothing it held lost.
+// The flat functions with null and out-of-range arguments: a clear error (or a quiet refusal
+// where the contract says so), never a crash, and the handle keeps working with nothing it
+// held lost.
 #include <gtest/gtest.h>
 
-#include <climits>
 #include <functional>
 #include <string>
 #include <vector>
 
 #include "kel/c/kel.h"
-#include "tests/concurrency/road.hpp"
+#include "tests/support/models.hpp"
 
 namespace t = kel::test;
 
@@ -36,68 +35,50 @@ std::vector<Row> badCalls() {
     const char* name = "FULL_DEVICE_NAME";
     const std::vector<std::uint64_t> tooMany(8, 1);
     return {
-        ROW(kelSetLogCallback, nullptr),
-        ROW(kelSelfVersion, nullptr, nullptr),
-        ROW(kelVersion, nullptr, u64, text),
-        ROW(kelGetSupportEngineNumber),
-        ROW(kelGetSupportEngineLength, -1),
-        ROW(kelGetSupportEngine, INT_MIN, text),
-        ROW(kelGetSupportDeviceNumber, nullptr),
-        ROW(kelGetSupportDeviceLength, OV, 1000),
-        ROW(kelGetSupportDevice, OV, 0, nullptr),
-        ROW(kelRegisterModelAsInnerIDwithString, nullptr, nullptr),
+        REFUSED("string_length and version_string are empty!", kelVersion, "NoSuchEngine", nullptr, nullptr),
+        REFUSED("index 2 is out of range!", kelGetSupportEngineLength, 2),
+        REFUSED("engine_name pointer is empty!", kelGetSupportEngine, -1, nullptr),
+        REFUSED("index -1 is out of range!", kelGetSupportDeviceLength, OV, -1),
+        // An inner failure while counting is replaced by the range text.
+        REFUSED("index 0 is out of range!", kelGetSupportDeviceLength, "NoEngine", 0),
+        REFUSED("device_name pointer is empty!", kelGetSupportDevice, OV, -1, nullptr),
         REFUSED("model_path pointer is empty!", kelRegisterModelAsInnerIDwithWString, "m", nullptr),
-        ROW(kelUnregisterInnerID, nullptr),
-        ROW(kelGetSupportBuiltinModelNumber, nullptr),
-        ROW(kelGetSupportBuiltinModelLength, OV, 0),
-        ROW(kelGetSupportBuiltinModelID, OV, -1, text),
+        REFUSED("builtin_model_id pointer is empty!", kelGetSupportBuiltinModelID, OV, -1, nullptr),
         REFUSED("identifier pointer is empty!", kelCreateNetByFiles, OV, nullptr, nullptr, nullptr, nullptr),
         REFUSED("network_file pointer is empty!", kelCreateNetByFilesWithWstring, OV, "x", "CPU", nullptr, nullptr),
         REFUSED("network_buffer pointer is empty!", kelCreateNetByBuffers, OV, "x", "CPU", text, 0, nullptr, 0),
         REFUSED("builtin_model_id pointer is empty!", kelCreateNetByBuiltin, OV, "x", nullptr, nullptr),
         REFUSED("device pointer is empty!", kelCreateNetByBuiltin, OV, "x", nullptr, "m"),
         REFUSED("network_id pointer is empty!", kelRemoveNetwork, nullptr),
-        ROW(kelSwitchNetwork, nullptr),
-        ROW(kelGetCreatedNetworkIdentifiersNumber),
-        ROW(kelGetCreatedNetworkIdentifierLength, 7),
-        ROW(kelGetCreatedNetworkIdentifier, 0, nullptr),
-        ROW(kelGetNetworkEngineLength, nullptr),
-        ROW(kelGetNetworkEngine, "keep", nullptr),
-        ROW(kelGetNetworkDeviceLength, "never"),
+        REFUSED("index 1 is out of range!", kelGetCreatedNetworkIdentifierLength, 1),
+        REFUSED("identifier pointer is empty!", kelGetCreatedNetworkIdentifier, -1, nullptr),
+        REFUSED("engine_name pointer is empty!", kelGetNetworkEngine, "keep", nullptr),
         REFUSED("engine_name pointer is empty!", kelGetNetworkDevice, "keep", nullptr),
-        ROW(kelGetCurrentEngineLength),
-        ROW(kelGetCurrentEngine, nullptr),
-        ROW(kelGetCurrentIdentifierLength),
-        ROW(kelGetCurrentIdentifier, nullptr),
-        ROW(kelGetCurrentNetworkDeviceLength),
-        ROW(kelGetCurrentNetworkDevice, nullptr),
-        ROW(kelGetPluginModelVersionLengthWithString, nullptr),
-        ROW(kelGetPluginModelVersionLengthWithWstring, nullptr),
-        ROW(kelGetPluginModelVersionWithString, "/no/such.so", text),
-        ROW(kelGetPluginModelVersionWithWstring, L"/no/such.so", nullptr),
+        REFUSED("engine_name pointer is empty!", kelGetCurrentEngine, nullptr),
+        REFUSED("identifier_name pointer is empty!", kelGetCurrentIdentifier, nullptr),
+        REFUSED("device_name pointer is empty!", kelGetCurrentNetworkDevice, nullptr),
         REFUSED("dim_length is 0!", kelSetLayerData, "data", values, u64, 0),
         REFUSED("dim_buffer pointer is empty!", kelSetLayerData, "data", nullptr, nullptr, 4),
         REFUSED("data pointer is empty!", kelSetLayerData, "data", nullptr, u64, 4),
         ROW(kelSetLayerData, "data", values, tooMany.data(), tooMany.size()),
-        ROW(kelGetLayerData, nullptr),
-        ROW(kelGetLayerDims, nullptr, u64, u64 + 8),
-        ROW(kelGetLayerDims, "prob", nullptr, nullptr),
-        ROW(kelGetLayerPrecision, "never", u64, i32, text),
-        ROW(kelGetInputLayerNumber),
-        ROW(kelGetOutputLayerNumber),
-        ROW(kelGetInputLayerLength, 99),
-        ROW(kelGetOutputLayerLength, -1),
-        ROW(kelGetInputLayer, 0, nullptr),
-        ROW(kelGetOutputLayer, INT_MAX, text),
+        ROW(kelGetLayerDims, "prob", nullptr, nullptr),  // writes only what is asked for
+        ROW(kelGetLayerPrecision, "prob", nullptr, nullptr, nullptr),  // writes only what is asked for
+        REFUSED("index 1 is out of range!", kelGetInputLayerLength, 1),
+        REFUSED("layer_name pointer is empty!", kelGetInputLayer, -1, nullptr),
+        REFUSED("[KEL Exception] kel/c/kelGetInputLayer.cpp:", kelGetInputLayer, 0, nullptr),  // where it checks
+        REFUSED("layer_name pointer is empty!", kelGetOutputLayer, -1, nullptr),
+        REFUSED("index 1 is out of range!", kelGetOutputLayer, 1, text),  // its own check, not the shared one
         REFUSED("pointers both empty!", kelGetEngineMutableProperties, nullptr, 0, nullptr, nullptr, nullptr, nullptr,
                 OV),
         // Hosts fetch a key and its value in two calls: all four outputs at once are refused.
         REFUSED("invalid vector subscript", kelGetEngineMutableProperties, nullptr, 0, i32, text, i32 + 1, text, OV),
-        ROW(kelGetDeviceSupportPropertiesNumber, nullptr, nullptr, nullptr),
+        REFUSED("key_index value is 11, less than 10!", kelGetEngineMutableProperties, nullptr, 11, i32, nullptr,
+                nullptr, nullptr, OV),
+        REFUSED("properties_number pointer is empty!", kelGetDeviceSupportPropertiesNumber, nullptr, OV, "CPU"),
         REFUSED("index value is less than 0!", kelGetDeviceSupportPropertiesByIndex, nullptr, nullptr, -1, OV, "CPU"),
         REFUSED("index value is 100000, larger than 1!", kelGetDeviceSupportPropertiesByIndex, i32, text, 100000, OV,
                 "CPU"),
-        ROW(kelGetDevicePropertyTypeID, nullptr, OV, "CPU", name),
+        REFUSED("type_id pointer is empty!", kelGetDevicePropertyTypeID, nullptr, OV, "CPU", name),
         REFUSED("verify_type_id(1) is not same with type_id(4)!", kelGetDevicePropertyTypeString, i32, nullptr, 4, OV,
                 "CPU", name),
         REFUSED("verify_type_id(1) is not same with type_id(2)!", kelGetDevicePropertyTypeUnorderedMap_String_Float,
@@ -108,19 +89,15 @@ std::vector<Row> badCalls() {
                 nullptr),
         REFUSED("CACHE_DIR need std::filesystem::path type", kelSetEnginePropertyForNetwork, OV, "keep", "CACHE_DIR",
                 "std::string", "/tmp"),
-        ROW(kelInfer),
         ROW(kelGetExceptionStringLength, nullptr),
         ROW(kelGetExceptionString, nullptr),
-        ROW(kelResetExceptionString),
-        ROW(kelHasException),
     };
 }
 
 TEST(BadArguments, NothingWithoutAHandleAClearErrorOrNothingWithOneAndNothingLost) {
-    const t::RoadModel model = t::openvinoRoad();
     void* h = kelCreate();
-    kelCreateNetByBuffers(h, "OpenVINO", "keep", "CPU", model.model.data(), model.model.size(),
-                          model.weights.data(), model.weights.size());
+    const auto wide = t::openvinoModel("static.xml").wstring();  // the weights: the .bin beside it
+    t::capturedStderr([&] { kelCreateNetByFilesWithWstring(h, "OpenVINO", "keep", "CPU", wide.c_str(), nullptr); });
     ASSERT_EQ(t::pendingText(h), "");
 
     for (const auto& [name, call, line] : badCalls()) {
@@ -130,8 +107,7 @@ TEST(BadArguments, NothingWithoutAHandleAClearErrorOrNothingWithOneAndNothingLos
         kelSelfVersion(h, nullptr, nullptr);
         const std::string pending = t::pendingText(h);
         call(h);
-        if (std::string(name) != "kelResetExceptionString") EXPECT_EQ(t::takeText(h), pending);
-        kelResetExceptionString(h);
+        EXPECT_EQ(t::takeText(h), pending);
 
         call(h);
         const std::string text = t::takeText(h);
@@ -141,10 +117,7 @@ TEST(BadArguments, NothingWithoutAHandleAClearErrorOrNothingWithOneAndNothingLos
     }
 
     // The network made before the bad calls still runs.
-    const auto inputs = t::roadInputs(model, 1);
-    kelSetLayerData(h, "data", inputs[0].data(), model.inputs.at("data").data(), 4);
     kelInfer(h);
-    EXPECT_NE(kelGetLayerData(h, "prob"), nullptr);
     EXPECT_EQ(t::pendingText(h), "");
     kelDestory(h);
     kelDestory(nullptr);

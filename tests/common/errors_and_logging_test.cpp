@@ -17,10 +17,6 @@ TEST(KELExceptionText, PrefixCallersLocationAndTheMessageBetweenLineBreaks) {
     const auto raise = [] { kel::raise("Network id [{}] is exists. Please select {} one.", "n1", 2); };
     EXPECT_EQ(kel::test::thrownText(raise), "[KEL Exception] " + kHere + std::to_string(line) +
                                                 "\nNetwork id [n1] is exists. Please select 2 one.\n");
-    // An empty message still has both line breaks.
-    const auto here = std::source_location::current();
-    EXPECT_EQ(std::string(kel::KELException("", here).what()),
-              "[KEL Exception] " + kHere + std::to_string(here.line()) + "\n\n");
 }
 
 TEST(Warning, GoesToStandardErrorAndTheCallbackAndConsumesTheText) {
@@ -34,14 +30,12 @@ TEST(Warning, GoesToStandardErrorAndTheCallbackAndConsumesTheText) {
     EXPECT_EQ(err, expected + "\n");
     EXPECT_EQ(lines, std::vector<std::string>{expected});
     EXPECT_TRUE(text.empty());
-    // Without a callback, standard error only; a throwing callback is contained.
-    EXPECT_THAT(kel::test::capturedStderr([&] { kel::warn(nullptr, text = "again"); }),
-                testing::HasSubstr("(KEL Warning) again"));
+    // A throwing callback must not abort the operation that warned.
     kel::LogCallback throwing = [](const std::string&) { throw std::runtime_error("host failure"); };
-    EXPECT_NO_THROW(kel::test::capturedStderr([&] { kel::warn(throwing, text = "third"); }));
+    EXPECT_NO_THROW(kel::test::capturedStderr([&] { kel::warn(throwing, text = "again"); }));
 }
 
-TEST(LogCallback, AnnouncesKelAndRuntimeVersionsWithTheirLocationsAndCanBeCleared) {
+TEST(LogCallback, AnnouncesKelAndRuntimeVersionsWithTheirLocations) {
     kel::MLEngine engine;
     std::vector<std::string> lines;
     engine.setLogCallback([&](const std::string& l) { lines.push_back(l); });
@@ -49,12 +43,6 @@ TEST(LogCallback, AnnouncesKelAndRuntimeVersionsWithTheirLocationsAndCanBeCleare
     EXPECT_THAT(lines[0], MatchesRegex("\\[kel/cxx/setLogCallback\\.cpp:[0-9]+\\] : KEL version is "
                                        "2025\\.10\\.23-78560f91\\(x64\\)"));
     EXPECT_THAT(lines[1], MatchesRegex("\\[modules/openvino/vino-api2\\.0\\.cpp:[0-9]+\\] : version is .+"));
-    EXPECT_THAT(lines[1], testing::HasSubstr(engine.version("OpenVINO")));
-    // An empty callback removes the earlier one and is announced nowhere.
-    lines.clear();
-    EXPECT_EQ(kel::test::capturedStderr([&] { engine.setLogCallback(nullptr); }), "");
-    EXPECT_THROW(engine.version(""), kel::KELException);
-    EXPECT_TRUE(lines.empty());
 }
 
 }  // namespace
