@@ -64,6 +64,9 @@ TEST_F(OpenvinoNetworks, EveryModelFromFilesAndBuffersGivesTheReferenceNumbers) 
         {"static", "CPU", "static.onnx", ""},       {"multi", "NPU", "multi.xml", "multi.bin"},
         {"types", "CPU", "types.xml", "types.bin"}, {"noweights", "CPU", "noweights.xml", ""},
     };
+    // The weights are only wrapped, never copied: they must outlive their network (an AUTO
+    // network may still be compiling from them on the runtime's threads).
+    std::vector<std::vector<std::string>> kept;
     for (const auto& [model, device, file, weights] : rows) {
         backend.createNetwork(model, device, std::vector{test::openvinoModel(file)}, {});
         check(model);
@@ -75,6 +78,7 @@ TEST_F(OpenvinoNetworks, EveryModelFromFilesAndBuffersGivesTheReferenceNumbers) 
         // The host may free the XML text at once (the weights it may not).
         std::fill(bytes[0].begin(), bytes[0].end(), '\0');
         check(model);
+        kept.push_back(std::move(bytes));
     }
     for (const std::string layers : {"2 input layer(s) [a] [b] ", "2 output layer(s) [sum] [mm] "})
         EXPECT_THAT(log, testing::Contains(testing::EndsWith("] : createNetwork : [multi] network have " + layers)));
