@@ -52,6 +52,9 @@ protected:
     }
 
     test::TempDir tmp;
+    // Weights handed over as buffers are only wrapped: they outlive the back-end (an AUTO
+    // network may still be compiling from them on the runtime's threads).
+    std::vector<std::vector<std::string>> handedOver;
     openvino backend;
     std::map<std::string, std::string> inputs;  // bound, so kept until the next check
     std::vector<std::string> log;
@@ -64,9 +67,6 @@ TEST_F(OpenvinoNetworks, EveryModelFromFilesAndBuffersGivesTheReferenceNumbers) 
         {"static", "CPU", "static.onnx", ""},       {"multi", "NPU", "multi.xml", "multi.bin"},
         {"types", "CPU", "types.xml", "types.bin"}, {"noweights", "CPU", "noweights.xml", ""},
     };
-    // The weights are only wrapped, never copied: they must outlive their network (an AUTO
-    // network may still be compiling from them on the runtime's threads).
-    std::vector<std::vector<std::string>> kept;
     for (const auto& [model, device, file, weights] : rows) {
         backend.createNetwork(model, device, std::vector{test::openvinoModel(file)}, {});
         check(model);
@@ -78,7 +78,7 @@ TEST_F(OpenvinoNetworks, EveryModelFromFilesAndBuffersGivesTheReferenceNumbers) 
         // The host may free the XML text at once (the weights it may not).
         std::fill(bytes[0].begin(), bytes[0].end(), '\0');
         check(model);
-        kept.push_back(std::move(bytes));
+        handedOver.push_back(std::move(bytes));
     }
     for (const std::string layers : {"2 input layer(s) [a] [b] ", "2 output layer(s) [sum] [mm] "})
         EXPECT_THAT(log, testing::Contains(testing::EndsWith("] : createNetwork : [multi] network have " + layers)));
