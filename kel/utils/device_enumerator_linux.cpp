@@ -65,7 +65,7 @@ const char* builtInVendorName(unsigned vendor) {
 
 // "<vendor> <device>" as lspci prints it, "<vendor> Device <id>" for an unlisted device.
 std::string pciName(const fs::path& pciIds, unsigned vendor, std::optional<unsigned> device) {
-    std::string vendor_name, deviceName;
+    std::string vendorName, deviceName;
     std::ifstream in(pciIds);
     bool inVendor = false;
     for (std::string line; in && std::getline(in, line);) {
@@ -76,7 +76,7 @@ std::string pciName(const fs::path& pciIds, unsigned vendor, std::optional<unsig
             if (inVendor) break;
             if (line.size() > 6 && parseHex(line.substr(0, 4)) == vendor) {
                 inVendor = true;
-                vendor_name = trim(line.substr(4));
+                vendorName = trim(line.substr(4));
             }
         } else if (deviceLine && inVendor && device && line.size() > 7 &&
                    parseHex(line.substr(1, 4)) == *device) {
@@ -84,12 +84,12 @@ std::string pciName(const fs::path& pciIds, unsigned vendor, std::optional<unsig
             break;
         }
     }
-    if (vendor_name.empty()) {
+    if (vendorName.empty()) {
         const char* known = builtInVendorName(vendor);
-        vendor_name = known ? known : fmt::format("Vendor {:04x}", vendor);
+        vendorName = known ? known : fmt::format("Vendor {:04x}", vendor);
     }
-    if (!deviceName.empty()) return vendor_name + " " + deviceName;
-    return device ? vendor_name + " " + fmt::format("Device {:04x}", *device) : vendor_name;
+    if (!deviceName.empty()) return vendorName + " " + deviceName;
+    return device ? vendorName + " " + fmt::format("Device {:04x}", *device) : vendorName;
 }
 
 struct Device {
@@ -202,10 +202,10 @@ private:
     std::string describe(const fs::path& device, const std::string& entryName) const {
         if (auto vendor = readFirstLine(device / "vendor"); vendor && vendor->rfind("0x", 0) == 0) {
             if (auto vendorId = parseHex(vendor->substr(2))) {
-                std::optional<unsigned> device_id;
+                std::optional<unsigned> deviceId;
                 if (auto id = readFirstLine(device / "device"); id && id->rfind("0x", 0) == 0)
-                    device_id = parseHex(id->substr(2));
-                return pciName(pci_ids_, *vendorId, device_id);
+                    deviceId = parseHex(id->substr(2));
+                return pciName(pci_ids_, *vendorId, deviceId);
             }
         }
         // Not a PCI device: its driver's name is the best description there is.
