@@ -3,6 +3,7 @@
 // usable with its earlier network untouched, and leave nothing behind.
 #include <algorithm>
 #include <cstdlib>
+#include <iterator>
 #include <filesystem>
 #include <optional>
 #include <string>
@@ -16,44 +17,6 @@ namespace kel::test {
 inline std::vector<std::filesystem::path> staticIr() {
     return {openvinoModel("static.xml"), openvinoModel("static.bin")};
 }
-
-// An engine holding one working network, made before the fault.
-struct EngineWithEarlierNetwork {
-    MLEngine engine;
-    EngineWithEarlierNetwork() { engine.createNetwork("OpenVINO", "earlier", "CPU", staticIr(), {}); }
-
-    // The earlier network is still current and still infers the same; beside it there is
-    // only `other`, if given.
-    void expectUntouchedBeside(const std::string& other = "") {
-        std::vector<std::string> expected{"earlier"};
-        if (!other.empty()) expected.push_back(other);
-        std::vector<std::string> listed = engine.getCreatedNetworkIdentifiers();
-        std::sort(listed.begin(), listed.end());
-        std::sort(expected.begin(), expected.end());
-        EXPECT_EQ(listed, expected);
-        EXPECT_EQ(engine.getCurrentIdentifier(), "earlier");
-        expectCurrentInfers();
-    }
-    // The current network, made from the static IR model, gives its expected outputs.
-    void expectCurrentInfers() {
-        auto input = readArray<float>(openvinoModel("static.in.data.raw"));
-        engine.setLayerData("data", input.data(), {1, 3, 4, 5});
-        engine.infer();
-        expectNear(static_cast<const float*>(engine.getLayerData("prob")),
-                   readArray<float>(openvinoModel("static.out.prob.raw")));
-    }
-    // The just-made network `other` (of the same model) works beside the untouched earlier
-    // one; then it goes, and the earlier one is current again.
-    void expectWorksThenRemove(const std::string& other) {
-        engine.switchNetwork("earlier");
-        expectUntouchedBeside(other);
-        engine.switchNetwork(other);
-        expectCurrentInfers();
-        engine.switchNetwork("earlier");
-        engine.removeNetwork(other);
-    }
-    void expectUntouched() { expectUntouchedBeside(); }
-};
 
 // Sets an environment variable for the lifetime of this object.
 class ScopedEnv {
@@ -78,5 +41,59 @@ inline std::vector<std::filesystem::path> filesUnder(const std::filesystem::path
     for (const auto& entry : std::filesystem::recursive_directory_iterator(directory, ec)) files.push_back(entry.path());
     return files;
 }
+
+inline std::size_t openDescriptors() {
+    return static_cast<std::size_t>(std::distance(std::filesystem::directory_iterator("/proc/self/fd"), {}));
+}
+
+// An engine holding one working network, made before the fault, with a temporary directory
+// of its own (the suite's programs run side by side) that must stay empty.
+struct EngineWithEarlierNetwork {
+    TempDir temporary;
+    ScopedEnv tmpdir{"TMPDIR", temporary.path().string()};
+    MLEngine engine;
+    std::size_t descriptors = 0;
+    EngineWithEarlierNetwork() {
+        engine.createNetwork("OpenVINO", "earlier", "CPU", staticIr(), {});
+        expectCurrentInfers();
+        descriptors = openDescriptors();
+    }
+
+    // The earlier network is still current and still infers the same; beside it there is
+    // only `other`, if given.
+    void expectUntouchedBeside(const std::string& other = "") {
+        std::vector<std::string> expected{"earlier"};
+        if (!other.empty()) expected.push_back(other);
+        std::vector<std::string> listed = engine.getCreatedNetworkIdentifiers();
+        std::sort(listed.begin(), listed.end());
+        std::sort(expected.begin(), expected.end());
+        EXPECT_EQ(listed, expected);
+        EXPECT_EQ(engine.getCurrentIdentifier(), "earlier");
+        expectCurrentInfers();
+        EXPECT_EQ(filesUnder(temporary.path()), std::vector<std::filesystem::path>{}) << "left behind";
+        // A live network may hold its weights file open.
+        if (other.empty()) EXPECT_LE(openDescriptors(), descriptors) << "a descriptor leaked";
+    }
+    // The current network, made from the static IR model, gives its expected outputs.
+    void expectCurrentInfers() {
+        auto input = readArray<float>(openvinoModel("static.in.data.raw"));
+        engine.setLayerData("data", input.data(), {1, 3, 4, 5});
+        engine.infer();
+        expectNear(static_cast<const float*>(engine.getLayerData("prob")),
+                   readArray<float>(openvinoModel("static.out.prob.raw")));
+    }
+    // The just-made network `other` (of the same model) works beside the untouched earlier
+    // one; then it goes, and the earlier one is current again.
+    void expectWorksThenRemove(const std::string& other) {
+        engine.switchNetwork("earlier");
+        expectUntouchedBeside(other);
+        engine.switchNetwork(other);
+        expectCurrentInfers();
+        engine.switchNetwork("earlier");
+        engine.removeNetwork(other);
+        expectUntouched();
+    }
+    void expectUntouched() { expectUntouchedBeside(); }
+};
 
 }  // namespace kel::test

@@ -15,6 +15,7 @@
 #include <vector>
 
 #include "tests/concurrency/road.hpp"
+#include "tests/faults/faults.hpp"
 
 namespace fs = std::filesystem;
 namespace t = kel::test;
@@ -26,21 +27,6 @@ double residentMb() {
     for (std::string line; std::getline(status, line);)
         if (line.rfind("VmRSS:", 0) == 0) return std::atof(line.c_str() + 6) / 1024.0;
     return 0;
-}
-
-std::size_t openDescriptors() {
-    std::size_t n = 0;
-    for ([[maybe_unused]] const auto& entry : fs::directory_iterator("/proc/self/fd")) ++n;
-    return n;
-}
-
-std::size_t filesIn(const fs::path& dir) {
-    std::size_t n = 0;
-    for (const auto& entry : fs::recursive_directory_iterator(dir)) {
-        std::printf("  left behind: %s\n", entry.path().c_str());
-        ++n;
-    }
-    return n;
 }
 
 }  // namespace
@@ -87,14 +73,15 @@ int main(int argc, char** argv) {
         }
         if (cycle == cycles / 4) {
             rssQuarter = residentMb();
-            fdQuarter = openDescriptors();
+            fdQuarter = t::openDescriptors();
         }
     }
     const double seconds = std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
     rssEnd = residentMb();
-    fdEnd = openDescriptors();
+    fdEnd = t::openDescriptors();
     kelDestory(handle);
-    const std::size_t left = filesIn(tmp);
+    const auto left = t::filesUnder(tmp).size();
+    for (const auto& file : t::filesUnder(tmp)) std::printf("  left behind: %s\n", file.c_str());
     fs::remove_all(tmp);
 
     std::printf("soak: %d cycles per engine (OpenVINO + WindowsML) in %.1f s (%.1f ms per cycle pair)\n",
