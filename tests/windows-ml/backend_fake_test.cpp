@@ -97,13 +97,17 @@ TEST_F(WindowsMlFake, CreationRefusalsInTheirOrder) {
     EXPECT_EQ(kelMessageFrom(kSource, [&] { engine.createNetwork("n", "CPU", std::string("inner")); }),
               "inner is not a supported plugin model id. Please use getSupportedModelIDs function check built-in and "
               "plugin model ids!");
-    // Layers that are not tensors, and tensors of the kinds either side of those with a tensor class.
+    // Layers that are not tensors, and tensors of kinds without a tensor class.
     const std::pair<FeatureDescription, std::string> layers[] = {
         {{"f", Image, Float, {}}, "flayer type not Tensor. Current layer type is Image"},
+        {{"f", Sequence, Float, {}}, "flayer type not Tensor. Current layer type is Sequence"},
+        {{"f", Map, Float, {}}, "flayer type not Tensor. Current layer type is Map"},
         {{"f", 7, Float, {}}, "flayer type not Tensor. Current layer type is Unknown"},
         {tensor("t", Undefined, {1}), " Tensor type is UNSUPPORTED! This type is not supported."},
         {tensor("t", String, {1}), " Tensor type is String! This type is not supported."},
         {tensor("t", Complex64, {1}), " Tensor type is C64! This type is not supported."},
+        {tensor("t", Complex128, {1}), " Tensor type is C128! This type is not supported."},
+        {tensor("t", 16, {1}), " Tensor type is Unknown! This type is not supported."},
     };
     for (const auto& [layer, text] : layers)
         EXPECT_EQ(kelMessageFrom(kSource, [&] { create("n", "CPU", {{layer}, {}}); }), text);

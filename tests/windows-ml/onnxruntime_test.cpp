@@ -50,7 +50,10 @@ TEST_F(WindowsMlOnnxRuntime, StaticModelsInferInTheirOwnBuffers) {
 // shapes: y = 3x - 1 over a dynamic batch, with the input changed in place or moved and the
 // batch shrinking and growing.
 TEST_F(WindowsMlOnnxRuntime, EveryRunSeesItsOwnInputsAndShapes) {
-    // Without its input the runtime's own error; without its output nothing to copy.
+    // Runtime errors pass as the runtime's own (a broken model, a missing input); without its
+    // output there is nothing to copy.
+    const std::vector<ModelBuffer> broken{{"not a model", 11}};
+    EXPECT_THROW(engine.createNetwork("broken", "CPU", broken), windows_ml_platform::PlatformError);
     create("dynamic_batch");
     EXPECT_THROW(engine.infer(), windows_ml_platform::PlatformError);
     std::vector<float> x(12, 1.0f), moved(12, 5.0f);
