@@ -22,8 +22,8 @@ protected:
     }
 };
 
-// Inputs written into the buffers made for them at creation, outputs read from theirs: byte
-// for byte what the data files hold, in every element type the models use.
+// Inputs written into the buffers made at creation, outputs read from theirs, in every
+// element type the models use.
 TEST_F(WindowsMlOnnxRuntime, StaticModelsInferInTheirOwnBuffers) {
     const std::tuple<std::string, std::vector<std::string>, std::vector<std::string>> models[] = {
         {"static_two_io", {"a", "b"}, {"sum", "product"}},
@@ -46,12 +46,14 @@ TEST_F(WindowsMlOnnxRuntime, StaticModelsInferInTheirOwnBuffers) {
     }
 }
 
-// The runtime's tensors outlive one inference: each run must still see this run's inputs
-// and shapes and leave this run's outputs, whatever changed in between.
+// The runtime's tensors outlive one inference, yet each run must see its own inputs and
+// shapes: y = 3x - 1 over a dynamic batch, with the input changed in place or moved and the
+// batch shrinking and growing.
 TEST_F(WindowsMlOnnxRuntime, EveryRunSeesItsOwnInputsAndShapes) {
-    // y = 3x - 1 over a dynamic batch: first without its input (the runtime's own error),
-    // then without its output (nothing to copy), then with the input changed in place or
-    // moved, the batch shrinking and growing, into fresh host buffers.
+    // Runtime errors pass as the runtime's own (a broken model, a missing input); without its
+    // output there is nothing to copy.
+    const std::vector<ModelBuffer> broken{{"not a model", 11}};
+    EXPECT_THROW(engine.createNetwork("broken", "CPU", broken), windows_ml_platform::PlatformError);
     create("dynamic_batch");
     EXPECT_THROW(engine.infer(), windows_ml_platform::PlatformError);
     std::vector<float> x(12, 1.0f), moved(12, 5.0f);
@@ -67,8 +69,7 @@ TEST_F(WindowsMlOnnxRuntime, EveryRunSeesItsOwnInputsAndShapes) {
         EXPECT_EQ(y.back(), 3 * (*input)[4 * batch - 1] - 1) << batch;
     }
 
-    // A model whose output is not the shape it declares (a slice of n values) still runs,
-    // run after run.
+    // An output of another size than declared (a slice of n values), run after run.
     create("misdeclared");
     std::vector<float> mx{1, 2, 3, 4};
     std::vector<std::int64_t> n{2};

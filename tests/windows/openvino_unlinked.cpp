@@ -1,7 +1,5 @@
-// Stands in for the OpenVINO back-end in the Windows test programs: OpenVINO's Windows C++
-// library has MSVC's C++ ABI, which MinGW cannot link (the back-end itself is compiled, not
-// linked, in this build). The engine is built; any OpenVINO operation fails clearly. Only
-// what the engine table reaches is defined: the constructor and the overrides.
+// The OpenVINO back-end as the Windows test programs have it, since MinGW cannot link its
+// runtime: the engine is built, and any OpenVINO operation fails clearly.
 #include "kel/common/error.hpp"
 #include "modules/openvino/openvino.hpp"
 
