@@ -1,8 +1,7 @@
-// Network creation from files and buffers with real inference on the processor, the refused
-// model sources, layer binding, dims, precisions and dynamic shapes, and device queries.
+// Networks from buffers with real inference on the processor, the refused model sources,
+// layer binding, dims, precisions and dynamic shapes, and device queries.
 #include <gmock/gmock.h>
 
-#include <cstdlib>
 #include <map>
 #include <numeric>
 
@@ -12,76 +11,58 @@
 namespace kel {
 namespace {
 
-// A stored tensor's raw little-endian bytes: "<model>.<in|out>.<layer>".
-std::string stored(const std::string& name) { return test::readFile(test::openvinoModel(name + ".raw")); }
-
-// Compares an output with its stored values: 8- and 16-bit types exactly (the models'
-// arithmetic is exact there), FP32 within what the processor's reduced-precision kernels may lose.
-void expectMatches(const void* got, const std::string& name, const std::string& precision) {
-    SCOPED_TRACE(name);
-    ASSERT_NE(got, nullptr);
-    const std::string want = stored(name);
-    if (precision == "FP32")
-        test::expectNear(static_cast<const float*>(got), test::readArray<float>(test::openvinoModel(name + ".raw")),
-                         1e-2f);
-    else
-        EXPECT_EQ(std::string(static_cast<const char*>(got), want.size()), want);
-}
-
 // The back-end's chief file, where its refusals are raised.
 constexpr const char* kChief = "modules/openvino/vino-api2.0.cpp";
 
 class OpenvinoNetworks : public ::testing::Test {
 protected:
-    // A temporary directory of the test's own for what creation writes there (model caches).
-    void SetUp() override {
-        ::setenv("TMPDIR", tmp.path().c_str(), 1);
-        backend.setLogCallback([this](const std::string& line) { log.push_back(line); });
-    }
-    void TearDown() override { ::setenv("TMPDIR", tmp.path().parent_path().c_str(), 1); }
-    // Binds every stored input of the current `model`, infers, and checks every stored output.
+    // Binds every stored input of the current `model`, infers, and compares every output with
+    // its stored values ("<model>.<in|out>.<layer>.raw"): 8- and 16-bit types exactly (the
+    // models' arithmetic is exact there), FP32 within what reduced-precision kernels may lose.
     void check(const std::string& model) {
         for (const auto& layer : backend.getInputLayerNames()) {
-            inputs[layer] = stored(model + ".in." + layer);
+            inputs[layer] = test::readFile(test::openvinoModel(model + ".in." + layer + ".raw"));
             backend.setLayerData(layer, static_cast<void*>(inputs[layer].data()), backend.getLayerDims(layer));
         }
         backend.infer();
-        for (const auto& layer : backend.getOutputLayerNames())
-            expectMatches(backend.getLayerData(layer), model + ".out." + layer,
-                          std::get<0>(backend.getLayerPrecision(layer)));
+        for (const auto& layer : backend.getOutputLayerNames()) {
+            const auto want = test::openvinoModel(model + ".out." + layer + ".raw");
+            const auto* got = static_cast<const char*>(backend.getLayerData(layer));
+            SCOPED_TRACE(want);
+            if (std::get<0>(backend.getLayerPrecision(layer)) == "FP32")
+                test::expectNear(reinterpret_cast<const float*>(got), test::readArray<float>(want), 1e-2f);
+            else
+                EXPECT_EQ(std::string(got, std::filesystem::file_size(want)), test::readFile(want));
+        }
     }
 
-    test::TempDir tmp;
     // Weights handed over as buffers are only wrapped: they outlive the back-end (an AUTO
     // network may still be compiling from them on the runtime's threads).
     std::vector<std::vector<std::string>> handedOver;
     openvino backend;
     std::map<std::string, std::string> inputs;  // bound, so kept until the next check
-    std::vector<std::string> log;
 };
 
-TEST_F(OpenvinoNetworks, EveryModelFromFilesAndBuffersGivesTheReferenceNumbers) {
-    // {model, device, model file, weights file}: from files, the runtime finds the weights beside
-    // the model. An NPU without its driver runs on "AUTO", or its creation would fail here.
+// Files are read by the runtime itself (the facade and kel-run run them); from buffers, kel
+// picks the reader.
+TEST_F(OpenvinoNetworks, EveryModelFromBuffersGivesTheReferenceNumbers) {
+    // {model, device, model file, weights file}. An NPU without its driver runs on "AUTO", or
+    // its creation would fail here.
     const std::tuple<const char*, const char*, const char*, const char*> rows[] = {
         {"static", "CPU", "static.onnx", ""},       {"multi", "NPU", "multi.xml", "multi.bin"},
         {"types", "CPU", "types.xml", "types.bin"}, {"noweights", "CPU", "noweights.xml", ""},
     };
     for (const auto& [model, device, file, weights] : rows) {
-        backend.createNetwork(model, device, std::vector{test::openvinoModel(file)}, {});
-        check(model);
         std::vector<std::string> bytes{test::readFile(test::openvinoModel(file))};
         if (*weights) bytes.push_back(test::readFile(test::openvinoModel(weights)));
         std::vector<ModelBuffer> buffers;
         for (const auto& b : bytes) buffers.emplace_back(b.data(), b.size());
-        backend.createNetwork(model + std::string("-buffers"), device, buffers, {});
+        backend.createNetwork(model, device, buffers, {});
         // The host may free the XML text at once (the weights it may not).
         std::fill(bytes[0].begin(), bytes[0].end(), '\0');
         check(model);
         handedOver.push_back(std::move(bytes));
     }
-    for (const std::string layers : {"2 input layer(s) [a] [b] ", "2 output layer(s) [sum] [mm] "})
-        EXPECT_THAT(log, testing::Contains(testing::EndsWith("] : createNetwork : [multi] network have " + layers)));
 }
 
 TEST_F(OpenvinoNetworks, RefusalsComeWithTheirTextsInTheOrderOfTheChecks) {
@@ -133,7 +114,6 @@ TEST_F(OpenvinoNetworks, InputsAreBoundNotCopiedAndReadAsTheLayersOwnType) {
                                  static_cast<const std::uint8_t*>(u8), u8,
                                  static_cast<const float*>(packed.data()), packed.data()};
     for (const std::any& pointer : pointers) backend.setLayerData("u8in", pointer, {6});
-    EXPECT_EQ(backend.getLayerData("u8in"), packed.data());
     std::iota(u8, u8 + 6, 10);  // written only after binding
     backend.infer();
     const auto* out = static_cast<const std::uint8_t*>(backend.getLayerData("u8out"));
@@ -150,22 +130,20 @@ TEST_F(OpenvinoNetworks, DynamicLayersTakeTheHostsDims) {
     EXPECT_THAT(test::kelMessageFrom(kChief, [&] { backend.getLayerData("x"); }), ::testing::EndsWith(need));
 
     // The same memory with fewer rows, then all of them again: each inference's own dims.
-    std::string x = stored("dynamic.in.x");
+    std::vector<float> x(12);
     for (std::uint64_t rows : {1, 3}) {
-        backend.setLayerData("x", static_cast<void*>(x.data()), {rows, 4});
+        backend.setLayerData("x", x.data(), {rows, 4});
         EXPECT_EQ(backend.getLayerDims("x"), (std::vector<std::uint64_t>{rows, 4}));
         backend.infer();
         EXPECT_EQ(backend.getLayerDims("y"), (std::vector<std::uint64_t>{rows, 2}));
     }
-    expectMatches(backend.getLayerData("y"), "dynamic.out.y", "FP32");
+    check("dynamic");
 }
 
 TEST_F(OpenvinoNetworks, DevicesAreAutoFirstThenTheRuntimesWithPropertiesByFamily) {
     const auto devices = backend.getSupportedDevices();
     EXPECT_EQ(devices.front(), "AUTO");
     EXPECT_EQ(backend.getSupportedDevices(), devices) << "filled once";
-    EXPECT_EQ(backend.getDeviceSupportProperties("CPU"),
-              (std::vector<std::string>{"FULL_DEVICE_NAME", "DEVICE_ARCHITECTURE"}));
     EXPECT_TRUE(backend.getDeviceSupportProperties("GPU.7").empty());
     // Not listed by the device, or no such device: nothing, not an error.
     for (const auto& [device, property] : {std::pair{"CPU", "DEVICE_GOPS"}, std::pair{"GPU.3", "FULL_DEVICE_NAME"}})

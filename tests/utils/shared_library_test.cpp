@@ -1,10 +1,11 @@
 // The Linux loader: dlopen on absolute paths only (never the current directory nor the
-// search path), the library freed with its last owner, and the text of each refusal.
+// search path), and the text of each refusal. Freeing with the last owner is the facade's
+// plugin-model test.
 #include <dlfcn.h>
 #include <gmock/gmock.h>
 
 #include "kel/utils/shared_library.hpp"
-#include "tests/support/support.hpp"
+#include "tests/support/models.hpp"
 
 namespace {
 
@@ -12,24 +13,17 @@ namespace fs = std::filesystem;
 using kel::utils::get_symbol;
 using kel::utils::load_shared_object;
 
-const fs::path kPlugin = fs::path(KEL_OUTPUT_DIR) / "libkel_test_plugin_lib.so";
-
-bool isLoaded(const fs::path& path) {
-    void* h = dlopen(path.c_str(), RTLD_NOW | RTLD_NOLOAD);
-    if (h) dlclose(h);
-    return h != nullptr;
-}
+const fs::path kPlugin = kel::test::pluginLibrary("kel_pm_openvino_static");
 
 // From a scratch current directory holding a copy of the library.
-TEST(LoadSharedObject, LoadsByPathOnlyRefusesWithItsTextsAndFreesWithTheLastOwner) {
-    ASSERT_FALSE(isLoaded(kPlugin));
+TEST(LoadSharedObject, LoadsByPathOnlyAndRefusesWithItsTexts) {
     const fs::path previous = fs::current_path();
     kel::test::TempDir dir;
     fs::copy_file(kPlugin, dir / "libkel_copy.so");
     fs::current_path(dir.path());
     const std::string cwd = " from cwd: " + dir.path().string();
     auto library = load_shared_object(kPlugin.wstring());
-    EXPECT_EQ(reinterpret_cast<int (*)()>(get_symbol(library, "kel_test_plugin_answer"))(), 42);
+    EXPECT_EQ(reinterpret_cast<int (*)(void*)>(get_symbol(library, "kelModelGetEngineNumber"))(nullptr), 1);
     std::wstring asked;
     const auto failing = [&](const wchar_t* path) {
         asked = path;
@@ -37,7 +31,7 @@ TEST(LoadSharedObject, LoadsByPathOnlyRefusesWithItsTextsAndFreesWithTheLastOwne
     };
     const std::pair<std::function<void()>, std::string> cases[] = {  // {call, text}
         // The program's own RUNPATH would find this name beside it.
-        {[] { load_shared_object(L"libkel_test_plugin_lib.so"); }, "libkel_test_plugin_lib.so not exists."},
+        {[] { load_shared_object(L"libkel_pm_openvino_static.so"); }, "libkel_pm_openvino_static.so not exists."},
         {[] { load_shared_object(L"libkel_copy.so"); },
          "Cannot load library 'libkel_copy.so': libkel_copy.so: a name without a directory is not "
          "searched for" + cwd},
@@ -52,12 +46,6 @@ TEST(LoadSharedObject, LoadsByPathOnlyRefusesWithItsTextsAndFreesWithTheLastOwne
     // A relative path with a directory is taken from where it points, and passed on absolute.
     EXPECT_EQ(fs::path(asked), dir / "libkel_copy.so");
     fs::current_path(previous);
-
-    auto second_owner = library;
-    library.reset();
-    EXPECT_TRUE(isLoaded(kPlugin));
-    second_owner.reset();
-    EXPECT_FALSE(isLoaded(kPlugin));
 }
 
 }  // namespace
