@@ -114,7 +114,8 @@ TEST_F(Flat, PropertyFunctionsFollowTheirConventions) {
 }
 
 // A function, a call of it with bad arguments, and a line its text must hold (any clear text,
-// or none, when empty). The lines pin which pointer each function checks first.
+// or none, when empty). The lines pin which pointer each function checks first; a null output
+// that is not checked crashes the host.
 using Row = std::tuple<const char*, std::function<void(void*)>, const char*>;
 #define REFUSED(line, function, ...) Row{#function, [=](void* h) { function(h __VA_OPT__(, ) __VA_ARGS__); }, line}
 #define ROW(function, ...) REFUSED("", function __VA_OPT__(, ) __VA_ARGS__)
@@ -135,11 +136,18 @@ std::vector<Row> badCalls() {
         // An inner failure while counting is replaced by the range text.
         REFUSED("index 0 is out of range!", kelGetSupportDeviceLength, "NoEngine", 0),
         REFUSED("identifier pointer is empty!", kelCreateNetByFiles, OV, nullptr, nullptr, nullptr, nullptr),
+        REFUSED("model_path pointer is empty!", kelRegisterModelAsInnerIDwithWString, "m", nullptr),
+        REFUSED("network_file pointer is empty!", kelCreateNetByFilesWithWstring, OV, "x", "CPU", nullptr, nullptr),
         REFUSED("network_buffer pointer is empty!", kelCreateNetByBuffers, OV, "x", "CPU", text, 0, nullptr, 0),
         REFUSED("builtin_model_id pointer is empty!", kelCreateNetByBuiltin, OV, "x", nullptr, nullptr),
         REFUSED("device pointer is empty!", kelCreateNetByBuiltin, OV, "x", nullptr, "m"),
+        REFUSED("network_id pointer is empty!", kelRemoveNetwork, nullptr),
         REFUSED("index 1 is out of range!", kelGetCreatedNetworkIdentifierLength, 1),
+        REFUSED("engine_name pointer is empty!", kelGetNetworkEngine, "net", nullptr),
         REFUSED("engine_name pointer is empty!", kelGetNetworkDevice, "net", nullptr),
+        REFUSED("engine_name pointer is empty!", kelGetCurrentEngine, nullptr),
+        REFUSED("identifier_name pointer is empty!", kelGetCurrentIdentifier, nullptr),
+        REFUSED("device_name pointer is empty!", kelGetCurrentNetworkDevice, nullptr),
         REFUSED("dim_length is 0!", kelSetLayerData, "a", values, u64, 0),
         REFUSED("dim_buffer pointer is empty!", kelSetLayerData, "a", nullptr, nullptr, 4),
         REFUSED("data pointer is empty!", kelSetLayerData, "a", nullptr, u64, 4),
@@ -157,8 +165,10 @@ std::vector<Row> badCalls() {
         REFUSED("invalid vector subscript", kelGetEngineMutableProperties, nullptr, 0, i32, text, i32 + 1, text, OV),
         REFUSED("key_index value is 11, less than 10!", kelGetEngineMutableProperties, nullptr, 11, i32, nullptr,
                 nullptr, nullptr, OV),
+        REFUSED("properties_number pointer is empty!", kelGetDeviceSupportPropertiesNumber, nullptr, OV, "CPU"),
         REFUSED("index value is less than 0!", kelGetDeviceSupportPropertiesByIndex, nullptr, nullptr, -1, OV, "CPU"),
         REFUSED("index value is 99, larger than 1!", kelGetDeviceSupportPropertiesByIndex, i32, text, 99, OV, "CPU"),
+        REFUSED("type_id pointer is empty!", kelGetDevicePropertyTypeID, nullptr, OV, "CPU", name),
         REFUSED("verify_type_id(1) is not same with type_id(4)!", kelGetDevicePropertyTypeString, i32, nullptr, 4, OV,
                 "CPU", name),
         REFUSED("verify_type_id(1) is not same with type_id(2)!", kelGetDevicePropertyTypeUnorderedMap_String_Float,
