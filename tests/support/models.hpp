@@ -2,7 +2,6 @@
 // The repository's test models and their expected numbers.
 #include <gtest/gtest.h>
 
-#include <cmath>
 #include <cstring>
 #include <filesystem>
 #include <string>

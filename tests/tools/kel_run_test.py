@@ -1,7 +1,5 @@
 """kel-run end to end: its built-in job, models fed from .npy and back, and how it ends on
-bad input. Only kel-run's own part: the library's rules are tested in its own suites.
-
-Usage: kel_run_test.py <kel-run> <tests/data directory> <plugin library directory>
+bad input. Usage: kel_run_test.py <kel-run> <tests/data directory> <plugin library directory>
 """
 import json
 import os
@@ -16,11 +14,8 @@ KEL_RUN, DATA, PLUGINS = (os.path.abspath(a) for a in sys.argv[1:4])
 failures = []
 
 
-def run(*args, cwd=None):
-    p = subprocess.run([KEL_RUN, *args], capture_output=True, text=True, cwd=cwd, timeout=120)
-    if p.returncode < 0:
-        failures.append(f"{args}: killed by signal {-p.returncode}\n{p.stderr}")
-    return p
+def run(*args, cwd=None):  # a crash shows as a negative exit code in check's report
+    return subprocess.run([KEL_RUN, *args], capture_output=True, text=True, cwd=cwd, timeout=120)
 
 
 def check(cond, what, p):
@@ -45,8 +40,7 @@ def models_round_trip(tmp):
         return ["-i", f"{layer}={path}"]
 
     # {model, arguments, its outputs (the first is read back), its shape and type, its stored values
-    # (floats as float32)}.
-    # The CPU plugin may compute in reduced precision, hence the loose tolerance.
+    # (floats as float32)}. The CPU plugin may compute in reduced precision: a loose tolerance.
     cases = [
         # A dynamic IR input takes its dims from the .npy.
         ("openvino/dynamic.xml", npy("x", "openvino/dynamic.in.x.raw", np.float32, (3, 4)),
@@ -105,7 +99,6 @@ def refusals(tmp):
         (["--data", tmp], 2, r"^kel-run: usage error: the held-out digits in .* are not float32"),
         (["--frobnicate"], 2, r"^kel-run: usage error: unknown argument '--frobnicate'"),
         (["-m"], 2, r"-m needs a value"),
-        (["-m", static_xml, "-n", "ten"], 2, r"-n takes a whole number, not 'ten'"),
         (["-m", static_xml, "--shape", "data=[1,x]"], 2, r"--shape takes a whole number, not 'x'"),
         (["-m", static_xml, "-i", f"data={tmp}/wrong.npy"], 2, r"holds FP64 but input data takes FP32"),
         (["-m", static_xml, "-i", f"data={static_xml}"], 2, r"not a \.npy file"),
