@@ -448,7 +448,7 @@ int main(int argc, char** argv) {
         cases.push_back(c);
     }
     {
-        Case c{"silero_vad", "", argv[2], {}, {}, {}, 50, 40, 50, 9};
+        Case c{"silero_vad", "", argv[2], {}, {}, {}, 50, 40, 50, 15};
         c.inputs.push_back({"input", {1, 1536}, ov::element::f32, {}, {}});
         c.inputs.push_back({"sr", {}, ov::element::i64, {}, {}});
         c.inputs.push_back({"h", {2, 1, 64}, ov::element::f32, {}, {}});
@@ -460,7 +460,7 @@ int main(int argc, char** argv) {
         cases.push_back(c);
     }
     {
-        Case c{"convnet", dir + "/convnet.xml", dir + "/convnet.onnx", {}, {}, {}, 10, 30, 10, 9};
+        Case c{"convnet", dir + "/convnet.xml", dir + "/convnet.onnx", {}, {}, {}, 10, 30, 10, 25};
         c.inputs.push_back({"image", {1, 3, 128, 128}, ov::element::f32, {}, {}});
         c.outputs.push_back({"scores", {1, 10}, ov::element::f32, {}, {}});
         cases.push_back(c);
@@ -527,7 +527,7 @@ int main(int argc, char** argv) {
     std::printf("Cells: kel / raw (ratio of the two). Creation: median of %s; latency over %s. "
                 "Paired ratios: the median over neighbouring kel and raw creations, or latency "
                 "blocks, of kel / raw.\n\n",
-                quick ? "1" : "9-15 creations", quick ? "a short run" : "alternating blocks");
+                quick ? "1" : "15-25 creations", quick ? "a short run" : "alternating blocks");
     std::printf("| model | engine | creation ms | creation, paired ratio | first inference µs | min µs "
                 "| p50 µs | p50, paired ratio | p90 µs | p99 µs | max abs diff |\n"
                 "|---|---|---|---|---|---|---|---|---|---|---|\n");

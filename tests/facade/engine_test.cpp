@@ -16,10 +16,6 @@ namespace {
 
 namespace t = kel::test;
 
-std::vector<std::filesystem::path> staticIr() {
-    return {t::openvinoModel("static.xml"), t::openvinoModel("static.bin")};
-}
-
 bool isLoaded(const std::filesystem::path& library) {
     void* h = dlopen(library.c_str(), RTLD_NOW | RTLD_NOLOAD);
     if (h) dlclose(h);
@@ -62,7 +58,9 @@ TEST(Engine, HostDriverVersionsAreReplacedByTheLibrarysOwn) {
     // Creation does the same, so the network moves to "AUTO" for want of a local GPU driver.
     const std::vector<std::filesystem::path> files{t::openvinoModel("static.xml")};
     t::capturedStderr([&] { t::thrownText([&] { engine.createNetwork("OpenVINO", "g", "GPU", files, host); }); });
-    EXPECT_THAT(lines, testing::Contains(HasSubstr("local GPU driver version: [], minimum GPU driver version: ")));
+    EXPECT_THAT(lines, testing::Contains(HasSubstr("local GPU driver version: [], minimum GPU driver version: [1.0.100.1], "
+                                                   "so change device from [GPU] to [AUTO] with [GPU,CPU] multi-device "
+                                                   "priorities.")));
 }
 
 TEST(InnerModels, RefusedLibrariesLeaveNothingAndUnregisteringWaitsForTheLastNetwork) {
@@ -156,9 +154,9 @@ TEST(Networks, RegistryRulesAndTheirTexts) {
     // One network on each engine, the second from a plugin model library. Creation from files
     // advises plugin models for products, naming every file.
     engine.registerModelAsInnerID("two_io", t::pluginLibrary("kel_pm_windowsml_two_io"));
-    const auto advice = t::capturedStderr([&] { engine.createNetwork("OpenVINO", "net1", "CPU", staticIr(), {}); });
+    const auto advice = t::capturedStderr([&] { engine.createNetwork("OpenVINO", "net1", "CPU", t::staticIr(), {}); });
     engine.createNetwork("WindowsML", "net2", "CPU", std::string("two_io"), {});
-    EXPECT_THAT(advice, HasSubstr("[net1] would create by [" + staticIr()[0].string() + ", " + staticIr()[1].string() +
+    EXPECT_THAT(advice, HasSubstr("[net1] would create by [" + t::staticIr()[0].string() + ", " + t::staticIr()[1].string() +
                                   "]. Not recommend use native engine model for Release production. Please select "
                                   "\"Plugin Model\" for Release."));
     t::expectRefusals({
@@ -188,7 +186,7 @@ TEST(Networks, AFailedCreationChangesNothingButTheStoredPropertiesWhichOutliveTh
     kel::MLEngine engine;
     const auto create = [&](const char* id, const kel::PropertyMap& properties) {
         return t::thrownText([&] {
-            t::capturedStderr([&] { engine.createNetwork("OpenVINO", id, "CPU", staticIr(), properties); });
+            t::capturedStderr([&] { engine.createNetwork("OpenVINO", id, "CPU", t::staticIr(), properties); });
         });
     };
     EXPECT_EQ(create("removed", {}), "");

@@ -3,7 +3,6 @@
 // in the temporary directory.
 //   kel_soak [cycles per engine (200)] [--rss-tolerance-mb N (16)] [--no-rss]
 // Prints its figures; exits 1 when a check fails.
-#include <unistd.h>
 
 #include <chrono>
 #include <cstdio>
@@ -17,7 +16,6 @@
 #include "tests/concurrency/road.hpp"
 #include "tests/faults/faults.hpp"
 
-namespace fs = std::filesystem;
 namespace t = kel::test;
 
 namespace {
@@ -41,9 +39,8 @@ int main(int argc, char** argv) {
         else cycles = std::atoi(argv[i]);
     }
     // A private temporary directory: whatever kel writes there and leaves is counted.
-    const fs::path tmp = fs::temp_directory_path() / ("kel-soak-" + std::to_string(::getpid()));
-    fs::create_directories(tmp);
-    ::setenv("TMPDIR", tmp.c_str(), 1);
+    const t::TempDir tmp;
+    const t::ScopedEnv tmpdir("TMPDIR", tmp.path().string());
 
     const std::vector<t::RoadModel> models{t::openvinoRoad(), t::onnxRoad()};
     void* handle = kelCreate();
@@ -80,9 +77,8 @@ int main(int argc, char** argv) {
     rssEnd = residentMb();
     fdEnd = t::openDescriptors();
     kelDestory(handle);
-    const auto left = t::filesUnder(tmp).size();
-    for (const auto& file : t::filesUnder(tmp)) std::printf("  left behind: %s\n", file.c_str());
-    fs::remove_all(tmp);
+    const auto left = t::filesUnder(tmp.path()).size();
+    for (const auto& file : t::filesUnder(tmp.path())) std::printf("  left behind: %s\n", file.c_str());
 
     std::printf("soak: %d cycles per engine (OpenVINO + WindowsML) in %.1f s (%.1f ms per cycle pair)\n",
                 cycles, seconds, 1000.0 * seconds / cycles);

@@ -13,6 +13,7 @@ namespace kel::test {
 
 inline std::filesystem::path openvinoModel(const std::string& file) { return dataDir() / "openvino" / file; }
 inline std::filesystem::path onnxModel(const std::string& file) { return dataDir() / "onnx" / file; }
+inline std::vector<std::filesystem::path> staticIr() { return {openvinoModel("static.xml"), openvinoModel("static.bin")}; }
 // A plugin model library built by the tests (tests/plugins).
 inline std::filesystem::path pluginLibrary(const std::string& target) {
     return outputDir() / ("lib" + target + ".so");
