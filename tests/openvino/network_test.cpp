@@ -11,15 +11,33 @@
 namespace kel {
 namespace {
 
-// The back-end's chief file, where its refusals are raised.
 constexpr const char* kChief = "modules/openvino/vino-api2.0.cpp";
 
 class OpenvinoNetworks : public ::testing::Test {
 protected:
-    // Binds every stored input of the current `model`, infers, and compares every output with
-    // its stored values ("<model>.<in|out>.<layer>.raw"): 8- and 16-bit types exactly (the
-    // models' arithmetic is exact there), FP32 within what reduced-precision kernels may lose.
-    void check(const std::string& model) {
+    // Buffers are only wrapped: they outlive the back-end (AUTO may still be compiling from them).
+    std::vector<std::vector<std::string>> handedOver;
+    openvino backend;
+    std::map<std::string, std::string> inputs;  // bound, so kept while their network may run
+};
+
+// Files are read by the runtime itself (kel-run runs them); from buffers, kel picks the reader.
+TEST_F(OpenvinoNetworks, EveryModelFromBuffersGivesTheReferenceNumbers) {
+    // {model, device, model file, weights file}; an NPU without its driver runs on "AUTO".
+    const std::tuple<std::string, const char*, const char*, const char*> rows[] = {
+        {"static", "CPU", "static.onnx", ""},       {"multi", "NPU", "multi.xml", "multi.bin"},
+        {"types", "CPU", "types.xml", "types.bin"}, {"noweights", "CPU", "noweights.xml", ""},
+    };
+    for (const auto& [model, device, file, weights] : rows) {
+        std::vector<std::string> bytes{test::readFile(test::openvinoModel(file))};
+        if (*weights) bytes.push_back(test::readFile(test::openvinoModel(weights)));
+        std::vector<ModelBuffer> buffers;
+        for (const auto& b : bytes) buffers.emplace_back(b.data(), b.size());
+        backend.createNetwork(model, device, buffers, {});
+        // The host may free the XML text at once (the weights it may not).
+        std::fill(bytes[0].begin(), bytes[0].end(), '\0');
+        // Stored "<model>.<in|out>.<layer>.raw" data; the models' 8- and 16-bit arithmetic is exact,
+        // FP32 within what reduced-precision kernels may lose.
         for (const auto& layer : backend.getInputLayerNames()) {
             inputs[layer] = test::readFile(test::openvinoModel(model + ".in." + layer + ".raw"));
             backend.setLayerData(layer, static_cast<void*>(inputs[layer].data()), backend.getLayerDims(layer));
@@ -34,44 +52,15 @@ protected:
             else
                 EXPECT_EQ(std::string(got, std::filesystem::file_size(want)), test::readFile(want));
         }
-    }
-
-    // Weights handed over as buffers are only wrapped: they outlive the back-end (an AUTO
-    // network may still be compiling from them on the runtime's threads).
-    std::vector<std::vector<std::string>> handedOver;
-    openvino backend;
-    std::map<std::string, std::string> inputs;  // bound, so kept until the next check
-};
-
-// Files are read by the runtime itself (the facade and kel-run run them); from buffers, kel
-// picks the reader.
-TEST_F(OpenvinoNetworks, EveryModelFromBuffersGivesTheReferenceNumbers) {
-    // {model, device, model file, weights file}. An NPU without its driver runs on "AUTO", or
-    // its creation would fail here.
-    const std::tuple<const char*, const char*, const char*, const char*> rows[] = {
-        {"static", "CPU", "static.onnx", ""},       {"multi", "NPU", "multi.xml", "multi.bin"},
-        {"types", "CPU", "types.xml", "types.bin"}, {"noweights", "CPU", "noweights.xml", ""},
-    };
-    for (const auto& [model, device, file, weights] : rows) {
-        std::vector<std::string> bytes{test::readFile(test::openvinoModel(file))};
-        if (*weights) bytes.push_back(test::readFile(test::openvinoModel(weights)));
-        std::vector<ModelBuffer> buffers;
-        for (const auto& b : bytes) buffers.emplace_back(b.data(), b.size());
-        backend.createNetwork(model, device, buffers, {});
-        // The host may free the XML text at once (the weights it may not).
-        std::fill(bytes[0].begin(), bytes[0].end(), '\0');
-        check(model);
         handedOver.push_back(std::move(bytes));
     }
 }
 
 TEST_F(OpenvinoNetworks, RefusalsComeWithTheirTextsInTheOrderOfTheChecks) {
     backend.createNetwork("types", "CPU", std::vector{test::openvinoModel("types.xml")}, {});
-    const std::string junk = "\x08\x07junk that is neither XML nor ONNX";
     auto fromBuffers = [&](std::vector<ModelBuffer> buffers) { backend.createNetwork("n", "CPU", buffers, {}); };
     std::uint8_t bytes[6] = {};
     const std::vector<std::uint64_t> dims = {6};
-    int* wrong = reinterpret_cast<int*>(bytes);
     const std::pair<std::function<void()>, std::string> rows[] = {
         {[&] { backend.createNetwork("n", "CPU", std::string("none"), {}); },
          "none is not a supported plugin model id. Please use getSupportedModelIDs function check built-in and "
@@ -82,18 +71,16 @@ TEST_F(OpenvinoNetworks, RefusalsComeWithTheirTextsInTheOrderOfTheChecks) {
         {[&] { fromBuffers({{nullptr, 1}}); },
          "xml_buffer must be set. Current buffer is nullptr. Please check your xml_buffer."},
         {[&] { fromBuffers({{"<", 0}}); }, "xml_size must be set. Current size is 0. Please check your xml_size."},
-        {[&] { fromBuffers({{junk.data(), junk.size()}}); },
+        {[&] { fromBuffers({{"\x08\x07junk", 6}}); },
          "xml_buffer is neither an XML model description nor an ONNX model. Please check your xml_buffer."},
         {[&] { backend.setLayerData("nope", std::any(), {}); }, "data parameter is null."},
         {[&] { backend.setLayerData("nope", bytes, {}); }, "data_dims parameter is empty."},
         {[&] { backend.setLayerData("nope", bytes, dims); }, "[nope] is not found in input and output layers."},
         {[&] { backend.setLayerData("u8in", 42, {5}); }, "[u8in] expect dims is [6], but get dims is [5]"},
-        {[&] { backend.setLayerData("u8in", wrong, dims); },
+        {[&] { backend.setLayerData("u8in", reinterpret_cast<int*>(bytes), dims); },
          " not support int* as data type! Support type: void* | const void* | uint8_t* | const uint8_t* "
          "| float* | const float* "},
-        {[&] { backend.setLayerData("u8in", static_cast<float*>(nullptr), dims); }, "data parameter is null."},
         {[&] { backend.getLayerPrecision("x"); }, "x is not found in input and output layers."},
-        {[&] { backend.getLayerDims("x"); }, "x is not found in input and output layers."},
         {[&] { backend.getDeviceProperty("AUTO", "X"); }, "could not get the property for AUTO device."},
     };
     for (const auto& [call, message] : rows) EXPECT_EQ(test::kelMessageFrom(kChief, call), message);
@@ -122,12 +109,9 @@ TEST_F(OpenvinoNetworks, InputsAreBoundNotCopiedAndReadAsTheLayersOwnType) {
 
 TEST_F(OpenvinoNetworks, DynamicLayersTakeTheHostsDims) {
     backend.createNetwork("dynamic", "CPU", std::vector{test::openvinoModel("dynamic.xml")}, {});
-    // No other test reads a 32-bit float layer's element size.
-    EXPECT_EQ(backend.getLayerPrecision("y"), (std::tuple<std::string, std::uint64_t>{"FP32", 4}));
     const std::string need = "\n[x] layer have dynamic shape. Need set by `setLayerData` API first.";
     EXPECT_THAT(test::kelMessageFrom(kChief, [&] { backend.getLayerDims("x"); }),
                 ::testing::AllOf(::testing::StartsWith("[OpenVINO Exception]:"), ::testing::EndsWith(need)));
-    EXPECT_THAT(test::kelMessageFrom(kChief, [&] { backend.getLayerData("x"); }), ::testing::EndsWith(need));
 
     // The same memory with fewer rows, then all of them again: each inference's own dims.
     std::vector<float> x(12);
@@ -137,14 +121,10 @@ TEST_F(OpenvinoNetworks, DynamicLayersTakeTheHostsDims) {
         backend.infer();
         EXPECT_EQ(backend.getLayerDims("y"), (std::vector<std::uint64_t>{rows, 2}));
     }
-    check("dynamic");
 }
 
-TEST_F(OpenvinoNetworks, DevicesAreAutoFirstThenTheRuntimesWithPropertiesByFamily) {
-    const auto devices = backend.getSupportedDevices();
-    EXPECT_EQ(devices.front(), "AUTO");
-    EXPECT_EQ(backend.getSupportedDevices(), devices) << "filled once";
-    EXPECT_TRUE(backend.getDeviceSupportProperties("GPU.7").empty());
+TEST_F(OpenvinoNetworks, DevicesAreAutoFirstAndUnknownPropertiesAreNothing) {
+    EXPECT_EQ(backend.getSupportedDevices().front(), "AUTO");
     // Not listed by the device, or no such device: nothing, not an error.
     for (const auto& [device, property] : {std::pair{"CPU", "DEVICE_GOPS"}, std::pair{"GPU.3", "FULL_DEVICE_NAME"}})
         EXPECT_TRUE(std::holds_alternative<std::monostate>(backend.getDeviceProperty(device, property)));
