@@ -1,6 +1,5 @@
-// The Linux loader: dlopen on absolute paths only (never the current directory nor the
-// search path), and the text of each refusal. Freeing with the last owner is the facade's
-// plugin-model test.
+// The Linux loader: dlopen on absolute paths only (never the current directory nor the search
+// path), and each refusal's text. Loading and freeing plugins is the facade's plugin-model test.
 #include <dlfcn.h>
 #include <gmock/gmock.h>
 
@@ -23,7 +22,6 @@ TEST(LoadSharedObject, LoadsByPathOnlyAndRefusesWithItsTexts) {
     fs::current_path(dir.path());
     const std::string cwd = " from cwd: " + dir.path().string();
     auto library = load_shared_object(kPlugin.wstring());
-    EXPECT_EQ(reinterpret_cast<int (*)(void*)>(get_symbol(library, "kelModelGetEngineNumber"))(nullptr), 1);
     std::wstring asked;
     const auto failing = [&](const wchar_t* path) {
         asked = path;
