@@ -1,5 +1,4 @@
-// What every engine rests on: the exception text, the warning line and the log callback's
-// announcements; vetting the runtime libraries beside kel and the plugins list file.
+// What every engine rests on: error and warning texts, log announcements, library and list checks.
 #include <elf.h>
 #include <gmock/gmock.h>
 

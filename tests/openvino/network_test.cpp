@@ -1,5 +1,4 @@
-// Networks from buffers with real inference on the processor, the refused model sources,
-// layer binding, dims, precisions and dynamic shapes, and device queries.
+// The back-end alone: networks from buffers, its refusals, layer binding, dynamic shapes, devices.
 #include <gmock/gmock.h>
 
 #include <map>
@@ -80,7 +79,9 @@ TEST_F(OpenvinoNetworks, RefusalsComeWithTheirTextsInTheOrderOfTheChecks) {
         {[&] { backend.setLayerData("u8in", reinterpret_cast<int*>(bytes), dims); },
          " not support int* as data type! Support type: void* | const void* | uint8_t* | const uint8_t* "
          "| float* | const float* "},
+        {[&] { backend.setLayerData("u8in", static_cast<float*>(nullptr), dims); }, "data parameter is null."},
         {[&] { backend.getLayerPrecision("x"); }, "x is not found in input and output layers."},
+        {[&] { backend.getLayerDims("x"); }, "x is not found in input and output layers."},
         {[&] { backend.getDeviceProperty("AUTO", "X"); }, "could not get the property for AUTO device."},
     };
     for (const auto& [call, message] : rows) EXPECT_EQ(test::kelMessageFrom(kChief, call), message);
