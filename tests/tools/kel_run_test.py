@@ -23,8 +23,7 @@ def check(cond, what, p):
 
 
 def default_job():
-    # From another working directory: libraries and data are found from the executable. The
-    # text report's verdict is checked on the installed tree (tests/install).
+    # From another working directory: libraries and data are found from the executable.
     p = run("--json", cwd="/")
     report = json.loads(p.stdout) if p.returncode == 0 else {"engines": [], "passed": False}
     latencies = [e["latency_us"] for e in report["engines"]]
@@ -38,8 +37,8 @@ def models_round_trip(tmp):
         np.save(path, np.fromfile(os.path.join(DATA, stored), dtype).reshape(shape))
         return ["-i", f"{layer}={path}"]
 
-    # {model, arguments, its outputs (the first is read back), its shape and type, its stored values
-    # (floats as float32)}. The CPU plugin may compute in reduced precision: a loose tolerance.
+    # {model, arguments, outputs (the first is read back), its shape, type and stored values (floats as
+    # float32)}. The CPU plugin may compute in reduced precision: a loose tolerance.
     cases = [
         # A dynamic IR input takes its dims from the .npy.
         ("openvino/dynamic.xml", npy("x", "openvino/dynamic.in.x.raw", np.float32, (3, 4)),
@@ -76,7 +75,6 @@ def models_round_trip(tmp):
 
 def refusals(tmp):
     static_xml = os.path.join(DATA, "openvino/static.xml")
-    missing = os.path.join(tmp, "missing.xml")
     zeros = np.zeros((1, 3, 4, 5), np.float32)
     arrays = {"wrong": zeros.astype(np.float64), "big": zeros.astype(">f4"), "fortran": np.asfortranarray(zeros),
               "short": zeros, "digits_heldout_x": np.zeros((3, 64)), "digits_heldout_y": np.zeros(3, np.int64)}
@@ -89,7 +87,7 @@ def refusals(tmp):
     # {arguments, exit code, what standard output or standard error must match}
     cases = [
         (["--list"], 0, r"^OpenVINO \(runtime .+\): AUTO, CPU"),
-        (["--json", "-m", missing], 1, r'^\{"error": .*"exit_code": 1\}'),
+        (["--json", "-m", os.path.join(tmp, "missing.xml")], 1, r'^\{"error": .*"exit_code": 1\}'),
         # The device is the engine's error, not a run on the processor.
         (["-m", os.path.join(DATA, "onnx/static_two_io.onnx"), "-d", "NOPE"], 1, kel_failure),
         (["-m", os.path.join(DATA, "openvino/dynamic.xml")], 1, r"^\(input x has a dynamic shape: give --shape x="),
