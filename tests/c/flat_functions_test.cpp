@@ -1,5 +1,4 @@
-// The flat functions: the handle and its error channel, texts, properties, and bad arguments,
-// which get a clear error (or a quiet refusal), never a crash, and lose nothing the handle held.
+// The flat functions: bad arguments get a clear error or a quiet refusal, never a crash.
 #include <gmock/gmock.h>
 
 #include <cstring>
@@ -13,8 +12,6 @@ using testing::HasSubstr;
 namespace {
 
 namespace t = kel::test;
-using t::pendingText;
-using t::takeText;
 
 void throwingLog(const char*) { throw 7; }
 
@@ -36,36 +33,33 @@ TEST(Handle, ErrorChannelVersionTextsAndTheCallbackBoundary) {
 
     // Fetching is exact and does not clear; destroying with a pending text frees nothing.
     kelSelfVersion(h, nullptr, nullptr);
-    const std::string first = pendingText(h);
+    const std::string first = t::pendingText(h);
     std::string exact(first.size() + 1, '@');
     ASSERT_EQ(kelGetExceptionString(h, exact.data()), 0);
     EXPECT_EQ(exact, first + "@");
     kelDestory(h);
-    EXPECT_EQ(takeText(h), first);
+    EXPECT_EQ(t::takeText(h), first);
 
-    // A host callback's exception would end the host past kel's extern "C" functions. An empty
-    // callback replaces it without a word.
+    // A host callback's exception must not cross kel's extern "C" functions.
     kelSetLogCallback(h, &throwingLog);
-    EXPECT_THAT(takeText(h), HasSubstr("\nAn exception of unknown type ended the call.\n"));
+    EXPECT_THAT(t::takeText(h), HasSubstr("\nAn exception of unknown type ended the call.\n"));
     kelSetLogCallback(h, nullptr);
     EXPECT_FALSE(kelHasException(h));
     kelDestory(h);
     kelDestory(nullptr);
-    EXPECT_TRUE(kelHasException(nullptr));
 }
 
 class Flat : public testing::Test {
 protected:
     void SetUp() override {
         h = kelCreate();
-        // Files by a wide path (the weights: the .bin beside it), then a description whose
-        // weights buffer of size 0 is left out.
+        // A wide path finds the .bin beside it; a weights buffer of size 0 is left out.
         const auto wide = t::openvinoModel("static.xml").wstring();
         t::capturedStderr([&] { kelCreateNetByFilesWithWstring(h, "OpenVINO", "w", "CPU", wide.c_str(), nullptr); });
         const std::string description = t::readFile(t::openvinoModel("noweights.xml"));
         kelCreateNetByBuffers(h, "OpenVINO", "net", "CPU", description.data(), description.size(), "<net/>", 0);
         kelRemoveNetwork(h, "w");
-        ASSERT_EQ(pendingText(h), "");
+        ASSERT_EQ(t::pendingText(h), "");
     }
     void TearDown() override {
         kelResetExceptionString(h);
@@ -81,13 +75,11 @@ TEST_F(Flat, EveryTextHandsOutExactlyItsBytesWithoutATerminator) {
         {"net", std::bind(kelGetCreatedNetworkIdentifierLength, _1, 0),
          std::bind(kelGetCreatedNetworkIdentifier, _1, 0, _2)},
         {"OpenVINO", std::bind(kelGetNetworkEngineLength, _1, "net"), std::bind(kelGetNetworkEngine, _1, "net", _2)},
-        {"CPU", std::bind(kelGetNetworkDeviceLength, _1, "net"), std::bind(kelGetNetworkDevice, _1, "net", _2)},
-        {"OpenVINO", kelGetCurrentEngineLength, kelGetCurrentEngine},
         {"net", kelGetCurrentIdentifierLength, kelGetCurrentIdentifier},
         {"CPU", kelGetCurrentNetworkDeviceLength, kelGetCurrentNetworkDevice},
     };
     for (const auto& [expected, length, get] : texts) {
-        ASSERT_EQ(length(h), static_cast<int>(expected.size())) << expected << ": " << pendingText(h);
+        ASSERT_EQ(length(h), static_cast<int>(expected.size())) << expected << ": " << t::pendingText(h);
         std::string buf(expected.size() + 2, '#');
         get(h, buf.data());
         EXPECT_EQ(buf, expected + "##");
@@ -96,8 +88,7 @@ TEST_F(Flat, EveryTextHandsOutExactlyItsBytesWithoutATerminator) {
 
 TEST_F(Flat, PropertyFunctionsFollowTheirConventions) {
     const char* OV = "OpenVINO";
-    // The count ignores the index; a key and its value come in separate calls. A failure
-    // leaves a text that the last line sees.
+    // The count ignores the index; a key and its value come in separate calls.
     int count = 0, kl = 0, vl = 0, type = -7;
     kelGetEngineMutableProperties(h, &count, 99, nullptr, nullptr, nullptr, nullptr, OV);
     kelGetEngineMutableProperties(h, nullptr, count - 1, &kl, nullptr, &vl, nullptr, OV);
@@ -110,12 +101,11 @@ TEST_F(Flat, PropertyFunctionsFollowTheirConventions) {
     // Unknown type names are ignored; a path arrives as a path (a text for CACHE_DIR is refused).
     kelSetEnginePropertyForNetwork(h, OV, "n", "RUNTIME_STREAMS_NUMBER", "std::String", "abc");
     kelSetEnginePropertyForNetwork(h, OV, "n", "CACHE_DIR", "std::filesystem::path", L"/tmp/x");
-    EXPECT_EQ(takeText(h), "");
+    EXPECT_EQ(t::takeText(h), "");
 }
 
-// A function, a call of it with bad arguments, and a line its text must hold (any clear text,
-// or none, when empty). The lines pin which pointer each function checks first; a null output
-// that is not checked crashes the host.
+// A function, a bad call of it, and a line its text must hold (when empty: any clear text, or
+// none). The lines pin which pointer each function checks first.
 using Row = std::tuple<const char*, std::function<void(void*)>, const char*>;
 #define REFUSED(line, function, ...) Row{#function, [=](void* h) { function(h __VA_OPT__(, ) __VA_ARGS__); }, line}
 #define ROW(function, ...) REFUSED("", function __VA_OPT__(, ) __VA_ARGS__)
@@ -133,8 +123,6 @@ std::vector<Row> badCalls() {
     return {
         REFUSED("string_length and version_string are empty!", kelVersion, "NoSuchEngine", nullptr, nullptr),
         REFUSED("index -1 is out of range!", kelGetSupportDeviceLength, OV, -1),
-        // An inner failure while counting is replaced by the range text.
-        REFUSED("index 0 is out of range!", kelGetSupportDeviceLength, "NoEngine", 0),
         REFUSED("identifier pointer is empty!", kelCreateNetByFiles, OV, nullptr, nullptr, nullptr, nullptr),
         REFUSED("model_path pointer is empty!", kelRegisterModelAsInnerIDwithWString, "m", nullptr),
         REFUSED("network_file pointer is empty!", kelCreateNetByFilesWithWstring, OV, "x", "CPU", nullptr, nullptr),
@@ -145,7 +133,6 @@ std::vector<Row> badCalls() {
         REFUSED("index 1 is out of range!", kelGetCreatedNetworkIdentifierLength, 1),
         REFUSED("engine_name pointer is empty!", kelGetNetworkEngine, "net", nullptr),
         REFUSED("engine_name pointer is empty!", kelGetNetworkDevice, "net", nullptr),
-        REFUSED("engine_name pointer is empty!", kelGetCurrentEngine, nullptr),
         REFUSED("identifier_name pointer is empty!", kelGetCurrentIdentifier, nullptr),
         REFUSED("device_name pointer is empty!", kelGetCurrentNetworkDevice, nullptr),
         REFUSED("dim_length is 0!", kelSetLayerData, "a", values, u64, 0),
@@ -153,9 +140,6 @@ std::vector<Row> badCalls() {
         REFUSED("data pointer is empty!", kelSetLayerData, "a", nullptr, u64, 4),
         ROW(kelSetLayerData, "a", values, tooMany.data(), tooMany.size()),
         ROW(kelGetLayerDims, "out", nullptr, nullptr),  // writes only what is asked for
-        ROW(kelGetLayerPrecision, "out", nullptr, nullptr, nullptr),  // writes only what is asked for
-        REFUSED("index 2 is out of range!", kelGetInputLayerLength, 2),
-        REFUSED("layer_name pointer is empty!", kelGetInputLayer, -1, nullptr),
         REFUSED("[KEL Exception] kel/c/kelGetInputLayer.cpp:", kelGetInputLayer, 0, nullptr),  // where it checks
         REFUSED("layer_name pointer is empty!", kelGetOutputLayer, -1, nullptr),
         REFUSED("index 1 is out of range!", kelGetOutputLayer, 1, text),  // its own check, not the shared one
@@ -190,19 +174,18 @@ TEST_F(Flat, BadArgumentsNothingWithoutAHandleAClearErrorOrNothingWithOneAndNoth
         call(nullptr);
         // While a text is pending nothing runs; only the reset clears it.
         kelSelfVersion(h, nullptr, nullptr);
-        const std::string pending = pendingText(h);
+        const std::string pending = t::pendingText(h);
         call(h);
-        EXPECT_EQ(takeText(h), pending);
+        EXPECT_EQ(t::takeText(h), pending);
 
         call(h);
-        const std::string text = takeText(h);
+        const std::string text = t::takeText(h);
         EXPECT_NE(text.find(line), std::string::npos) << text;
-        EXPECT_TRUE(text.empty() || text.size() > 20) << "a failure says what went wrong: " << text;
-        ASSERT_EQ(kelGetCreatedNetworkIdentifiersNumber(h), 1) << pendingText(h);
+        ASSERT_EQ(kelGetCreatedNetworkIdentifiersNumber(h), 1) << t::pendingText(h);
     }
     // The network made before the bad calls still runs.
     kelInfer(h);
-    EXPECT_EQ(pendingText(h), "");
+    EXPECT_EQ(t::pendingText(h), "");
 }
 
 }  // namespace

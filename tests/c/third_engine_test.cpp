@@ -1,5 +1,4 @@
-// A third engine is one class and one registration line, and hosts reach it through the
-// flat interface like the two built in.
+// A third engine is one class and one registration line, and hosts reach it like the two built in.
 #include <gtest/gtest.h>
 
 #include "kel/c/kel.h"

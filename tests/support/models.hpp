@@ -15,9 +15,7 @@ inline std::filesystem::path openvinoModel(const std::string& file) { return dat
 inline std::filesystem::path onnxModel(const std::string& file) { return dataDir() / "onnx" / file; }
 inline std::vector<std::filesystem::path> staticIr() { return {openvinoModel("static.xml"), openvinoModel("static.bin")}; }
 // A plugin model library built by the tests (tests/plugins).
-inline std::filesystem::path pluginLibrary(const std::string& target) {
-    return outputDir() / ("lib" + target + ".so");
-}
+inline std::filesystem::path pluginLibrary(const std::string& target) { return outputDir() / ("lib" + target + ".so"); }
 
 template <class T>
 std::vector<T> readArray(const std::filesystem::path& path) {
