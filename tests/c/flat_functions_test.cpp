@@ -133,6 +133,7 @@ std::vector<Row> badCalls() {
         REFUSED("index 1 is out of range!", kelGetCreatedNetworkIdentifierLength, 1),
         REFUSED("engine_name pointer is empty!", kelGetNetworkEngine, "net", nullptr),
         REFUSED("engine_name pointer is empty!", kelGetNetworkDevice, "net", nullptr),
+        REFUSED("engine_name pointer is empty!", kelGetCurrentEngine, nullptr),
         REFUSED("identifier_name pointer is empty!", kelGetCurrentIdentifier, nullptr),
         REFUSED("device_name pointer is empty!", kelGetCurrentNetworkDevice, nullptr),
         REFUSED("dim_length is 0!", kelSetLayerData, "a", values, u64, 0),
@@ -140,6 +141,7 @@ std::vector<Row> badCalls() {
         REFUSED("data pointer is empty!", kelSetLayerData, "a", nullptr, u64, 4),
         ROW(kelSetLayerData, "a", values, tooMany.data(), tooMany.size()),
         ROW(kelGetLayerDims, "out", nullptr, nullptr),  // writes only what is asked for
+        ROW(kelGetLayerPrecision, "out", nullptr, nullptr, nullptr),
         REFUSED("[KEL Exception] kel/c/kelGetInputLayer.cpp:", kelGetInputLayer, 0, nullptr),  // where it checks
         REFUSED("layer_name pointer is empty!", kelGetOutputLayer, -1, nullptr),
         REFUSED("index 1 is out of range!", kelGetOutputLayer, 1, text),  // its own check, not the shared one
