@@ -1,46 +1,15 @@
 #pragma once
 // The machine as the adversary: every fault must end in kel's clear error, leave the engine
 // usable with its earlier network untouched, and leave nothing behind.
-#include <cstdlib>
-#include <iterator>
-#include <filesystem>
-#include <optional>
 #include <set>
 #include <string>
 #include <vector>
 
 #include "kel/cxx/MLEngine.hpp"
 #include "tests/support/models.hpp"
+#include "tests/support/process.hpp"
 
 namespace kel::test {
-
-// Sets an environment variable for the lifetime of this object.
-class ScopedEnv {
-public:
-    ScopedEnv(const char* name, const std::string& value) : name_(name) {
-        if (const char* old = std::getenv(name)) old_ = old;
-        setenv(name, value.c_str(), 1);
-    }
-    ~ScopedEnv() {
-        if (old_) setenv(name_, old_->c_str(), 1);
-        else unsetenv(name_);
-    }
-
-private:
-    const char* name_;
-    std::optional<std::string> old_;
-};
-
-inline std::vector<std::filesystem::path> filesUnder(const std::filesystem::path& directory) {
-    std::vector<std::filesystem::path> files;
-    std::error_code ec;
-    for (const auto& entry : std::filesystem::recursive_directory_iterator(directory, ec)) files.push_back(entry.path());
-    return files;
-}
-
-inline std::size_t openDescriptors() {
-    return static_cast<std::size_t>(std::distance(std::filesystem::directory_iterator("/proc/self/fd"), {}));
-}
 
 // An engine holding one working network, made before the fault, with a temporary directory
 // of its own (the suite's programs run side by side) that must stay empty.

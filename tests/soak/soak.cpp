@@ -14,7 +14,7 @@
 #include <vector>
 
 #include "tests/concurrency/road.hpp"
-#include "tests/faults/faults.hpp"
+#include "tests/support/process.hpp"
 
 namespace t = kel::test;
 
@@ -77,8 +77,9 @@ int main(int argc, char** argv) {
     rssEnd = residentMb();
     fdEnd = t::openDescriptors();
     kelDestory(handle);
-    const auto left = t::filesUnder(tmp.path()).size();
-    for (const auto& file : t::filesUnder(tmp.path())) std::printf("  left behind: %s\n", file.c_str());
+    const auto leftBehind = t::filesUnder(tmp.path());
+    for (const auto& file : leftBehind) std::printf("  left behind: %s\n", file.c_str());
+    const std::size_t left = leftBehind.size();
 
     std::printf("soak: %d cycles per engine (OpenVINO + WindowsML) in %.1f s (%.1f ms per cycle pair)\n",
                 cycles, seconds, 1000.0 * seconds / cycles);
