@@ -99,7 +99,10 @@ double pairedRatio(const std::vector<double>& kel, const std::vector<double>& ra
 }
 
 // One side of a comparison: create, run once, run repeatedly. `tidy` runs untimed after
-// each creation.
+// each creation and drops the network that the new one replaced. Only the creation is
+// timed: dropping a session joins its worker threads, and on a machine of few cores that
+// join waits for a scheduler slice while the new session's workers spin (about 4 ms here,
+// on either side at random), which made the creation figures bimodal.
 struct Runner {
     std::function<void()> create;
     std::function<void()> infer;
@@ -112,12 +115,11 @@ struct KelSide {
     const Case& c;
     std::string engine, id;
     int flip = 0, serial = 0;
-    std::string live;
+    std::string live, replaced;
 
     // A finished row's network goes once the next row has made its first (the current
     // network cannot be removed): idle thread pools of earlier rows stay out of later ones.
-    // That happens in tidy, outside the timing: the raw side drops its finished row's
-    // network untimed too.
+    // That happens in tidy, outside the timing, as the raw side's drops do.
     ~KelSide() { g_leftover = live; }
 
     void bind(bool swapped) {
@@ -147,13 +149,12 @@ struct KelSide {
     void create() {
         const bool vino = engine == "OpenVINO";
         const std::string& file = vino && !c.ir.empty() ? c.ir : c.onnx;
-        // Identifiers are never reused; the previous network goes once the new one is current,
-        // as the raw side's previous session goes when the new one replaces it.
+        // Identifiers are never reused; the previous network goes in tidy, once the new one
+        // is current.
         const std::string name = id + "-" + std::to_string(++serial);
         kelCreateNetByFiles(g_kel, engine.c_str(), name.c_str(), "CPU", file.c_str(), nullptr);
         check("kelCreateNetByFiles");
-        if (!live.empty()) kelRemoveNetwork(g_kel, live.c_str());
-        check("kelRemoveNetwork");
+        replaced = live;
         live = name;
         for (auto& l : c.inputs)
             if (l.shape.empty()) {
@@ -165,10 +166,12 @@ struct KelSide {
         bind(false);
     }
     void tidy() {
-        if (g_leftover.empty()) return;
-        kelRemoveNetwork(g_kel, g_leftover.c_str());
-        check("kelRemoveNetwork");
-        g_leftover.clear();
+        for (auto* gone : {&replaced, &g_leftover})
+            if (!gone->empty()) {
+                kelRemoveNetwork(g_kel, gone->c_str());
+                check("kelRemoveNetwork");
+                gone->clear();
+            }
     }
     void infer() {
         kelInfer(g_kel);
@@ -187,9 +190,9 @@ struct VinoSide {
     const Case& c;
     ov::Core& shared_core;
     bool fresh_core = false;  // as kel does: every network gets its own ov::Core
-    std::unique_ptr<ov::Core> own_core;
-    ov::CompiledModel compiled;
-    ov::InferRequest request;
+    std::unique_ptr<ov::Core> own_core, replaced_core;
+    ov::CompiledModel compiled, replaced;
+    ov::InferRequest request, replaced_request;
     std::vector<ov::Tensor> in_a, in_b, out_tensors;
     int flip = 0;
 
@@ -209,8 +212,10 @@ struct VinoSide {
         }
     }
     void create() {
-        if (fresh_core) own_core = std::make_unique<ov::Core>();
+        if (fresh_core) replaced_core = std::move(own_core), own_core = std::make_unique<ov::Core>();
         ov::Core& core = fresh_core ? *own_core : shared_core;
+        replaced_request = std::move(request);
+        replaced = std::move(compiled);
         auto model = core.read_model(c.ir.empty() ? c.onnx : c.ir);
         compiled = core.compile_model(model, "CPU");
         request = compiled.create_infer_request();
@@ -229,6 +234,11 @@ struct VinoSide {
         }
         flip = 0;
         bind(false);
+    }
+    void tidy() {
+        replaced_request = {};
+        replaced = {};
+        replaced_core.reset();
     }
     void infer() {
         request.infer();
@@ -252,7 +262,7 @@ ONNXTensorElementDataType ortType(ov::element::Type t) {
 struct OrtSide {
     const Case& c;
     Ort::Env& env;
-    std::unique_ptr<Ort::Session> session;
+    std::unique_ptr<Ort::Session> session, replaced;
     std::vector<const char*> in_names, out_names;
     std::vector<Ort::Value> ins[2], outs[2];
     std::vector<std::vector<uint8_t>> out_memory;
@@ -265,6 +275,7 @@ struct OrtSide {
     }
     void create() {
         Ort::SessionOptions options;  // kel's back-end sets none either
+        replaced = std::move(session);
         session = std::make_unique<Ort::Session>(env, c.onnx.c_str(), options);
         in_names.clear();
         out_names.clear();
@@ -297,6 +308,7 @@ struct OrtSide {
         }
         flip = 0;
     }
+    void tidy() { replaced.reset(); }
     void infer() {
         session->Run(Ort::RunOptions{nullptr}, in_names.data(), ins[flip].data(), in_names.size(),
                      out_names.data(), outs[flip].data(), out_names.size());
@@ -355,6 +367,7 @@ Row compare(Case& c, const std::string& engine, Runner kel, Runner raw) {
     auto a = kel.firstOutput();
     resetState(c);
     raw.create();
+    if (raw.tidy) raw.tidy();
     raw.infer();
     auto b = raw.firstOutput();
     for (size_t i = 0; i < std::min(a.size(), b.size()); ++i)
@@ -496,7 +509,7 @@ int main(int argc, char** argv) {
             rows.push_back(compare(c, "OpenVINO", {[&] { k.create(); }, [&] { k.infer(); },
                                                    [&] { return k.firstOutput(); }, [&] { k.tidy(); }},
                                    {[&] { v.create(); }, [&] { v.infer(); },
-                                    [&] { return v.firstOutput(); }}));
+                                    [&] { return v.firstOutput(); }, [&] { v.tidy(); }}));
         }
         {
             // Against a raw side that, like kel, starts each network on a Core of its own: the
@@ -507,7 +520,7 @@ int main(int argc, char** argv) {
                                    {[&] { k.create(); }, [&] { k.infer(); },
                                     [&] { return k.firstOutput(); }, [&] { k.tidy(); }},
                                    {[&] { v.create(); }, [&] { v.infer(); },
-                                    [&] { return v.firstOutput(); }}));
+                                    [&] { return v.firstOutput(); }, [&] { v.tidy(); }}));
         }
         {
             KelSide k{c, "WindowsML", c.name + "-windowsml"};
@@ -515,7 +528,7 @@ int main(int argc, char** argv) {
             rows.push_back(compare(c, "WindowsML", {[&] { k.create(); }, [&] { k.infer(); },
                                                     [&] { return k.firstOutput(); }, [&] { k.tidy(); }},
                                    {[&] { o.create(); }, [&] { o.infer(); },
-                                    [&] { return o.firstOutput(); }}));
+                                    [&] { return o.firstOutput(); }, [&] { o.tidy(); }}));
         }
         size_t bytes = 0;
         for (auto& l : c.inputs) bytes += bytesOf(l);
