@@ -1,5 +1,6 @@
 #pragma once
 // What differs between Windows and Linux for locating and vetting shared libraries.
+#include <cstddef>
 #include <filesystem>
 #include <string>
 #include <string_view>
@@ -40,6 +41,11 @@ std::string currentThreadIdText();
 // caller can remove what a failed write left. False when the file could not be made or
 // written.
 bool writeNewFile(const std::filesystem::path& path, std::string_view bytes, bool& created);
+
+// Reads `size` bytes from the start of the file into `into`. A model is read this way at
+// every creation, so the Linux side goes straight to the system calls.
+enum class FileRead { done, cannot_open, cannot_read };
+FileRead readFileStart(const std::filesystem::path& path, void* into, std::size_t size);
 
 // Writes text, then the path, to standard error in the platform's width (wide on Windows,
 // UTF-8 elsewhere), without an end of line.

@@ -7,6 +7,7 @@
 #include <sys/utsname.h>
 #include <unistd.h>
 
+#include <cerrno>
 #include <cstring>
 #include <fstream>
 #include <iostream>
@@ -149,6 +150,22 @@ bool writeNewFile(const std::filesystem::path& path, std::string_view bytes, boo
 
 // The C stream under std::wcerr and std::cerr is one, and glibc drops output of the other
 // width once its orientation is set; so the line goes out as UTF-8.
+FileRead readFileStart(const std::filesystem::path& path, void* into, std::size_t size) {
+    const int fd = ::open(path.c_str(), O_RDONLY | O_CLOEXEC);
+    if (fd < 0) return FileRead::cannot_open;
+    auto* at = static_cast<char*>(into);
+    std::size_t left = size;
+    while (left) {
+        const ssize_t got = ::read(fd, at, left);
+        if (got < 0 && errno == EINTR) continue;
+        if (got <= 0) break;
+        at += got;
+        left -= static_cast<std::size_t>(got);
+    }
+    ::close(fd);
+    return left ? FileRead::cannot_read : FileRead::done;
+}
+
 void printPathError(const std::string& text, const std::filesystem::path& path) {
     std::cerr << text << pathToString(path);
 }

@@ -93,6 +93,14 @@ std::string getLibraryArchitecture(const std::wstring& path) {
     return text;
 }
 
+FileRead readFileStart(const std::filesystem::path& path, void* into, std::size_t size) {
+    std::ifstream file(path, std::ios::binary);
+    if (!file.is_open()) return FileRead::cannot_open;
+    if (!file.read(static_cast<char*>(into), static_cast<std::streamsize>(size)))
+        return FileRead::cannot_read;
+    return FileRead::done;
+}
+
 bool checkLibraryImage(const std::wstring& path) {
     std::ifstream in(std::filesystem::path(path), std::ios::binary);
     if (!in) {

@@ -6,7 +6,6 @@
 
 #include <algorithm>
 #include <cstdlib>
-#include <fstream>
 #include <iostream>
 #include <new>
 #include <typeinfo>
@@ -216,16 +215,14 @@ void windows_ml::createNetwork(const std::string& network_id, const std::string&
     // Not zero-filled first: the read overwrites it, and a large model pays for every byte.
     auto storage = std::make_unique_for_overwrite<std::uint8_t[]>(size + 1);
     storage[size] = 0;
-    {
-        std::ifstream file(path, std::ios::binary);
-        if (!file.is_open()) {
+    switch (utils::readFileStart(path, storage.get(), size)) {
+        case utils::FileRead::done: break;
+        case utils::FileRead::cannot_open:
             utils::printPathError("cannot open file ", path);
             raise("cannot open file {}", utils::pathToString(path));
-        }
-        if (!file.read(reinterpret_cast<char*>(storage.get()), static_cast<std::streamsize>(size))) {
+        case utils::FileRead::cannot_read:
             utils::printPathError(fmt::format("cannot read {} bytes from file ", size), path);
             raise("cannot read {} bytes from file ", size);
-        }
     }
     // The read buffer itself goes to the model's stream: on a runtime that can keep it, a
     // large model's bytes are not copied a second time during creation.
