@@ -263,7 +263,11 @@ ONNXTensorElementDataType ortType(ov::element::Type t) {
 struct OrtSide {
     const Case& c;
     Ort::Env& env;
+    // As kel does: the file read into memory, kept with the session, the session made from
+    // those bytes. Otherwise the runtime reads the file by its path.
+    bool from_memory = false;
     std::unique_ptr<Ort::Session> session, replaced;
+    std::vector<char> bytes, replaced_bytes;
     std::vector<const char*> in_names, out_names;
     std::vector<Ort::Value> ins[2], outs[2];
     std::vector<std::vector<uint8_t>> out_memory;
@@ -277,7 +281,15 @@ struct OrtSide {
     void create() {
         Ort::SessionOptions options;  // kel's back-end sets none either
         replaced = std::move(session);
-        session = std::make_unique<Ort::Session>(env, c.onnx.c_str(), options);
+        if (from_memory) {
+            replaced_bytes = std::move(bytes);
+            std::ifstream file(c.onnx, std::ios::binary | std::ios::ate);
+            bytes.resize(static_cast<size_t>(file.tellg()));
+            file.seekg(0).read(bytes.data(), static_cast<std::streamsize>(bytes.size()));
+            session = std::make_unique<Ort::Session>(env, bytes.data(), bytes.size(), options);
+        } else {
+            session = std::make_unique<Ort::Session>(env, c.onnx.c_str(), options);
+        }
         in_names.clear();
         out_names.clear();
         out_memory.clear();
@@ -309,7 +321,10 @@ struct OrtSide {
         }
         flip = 0;
     }
-    void tidy() { replaced.reset(); }
+    void tidy() {
+        replaced.reset();
+        replaced_bytes = {};
+    }
     void infer() {
         session->Run(Ort::RunOptions{nullptr}, in_names.data(), ins[flip].data(), in_names.size(),
                      out_names.data(), outs[flip].data(), out_names.size());
@@ -526,9 +541,19 @@ int main(int argc, char** argv) {
         }
         {
             KelSide k{c, "WindowsML", c.name + "-windowsml"};
-            OrtSide o{c, env, {}, {}, {}, {}, {}, {}};
+            OrtSide o{c, env};
             rows.push_back(compare(c, "WindowsML", c.session_creations, {[&] { k.create(); }, [&] { k.infer(); },
                                                     [&] { return k.firstOutput(); }, [&] { k.tidy(); }},
+                                   {[&] { o.create(); }, [&] { o.infer(); },
+                                    [&] { return o.firstOutput(); }, [&] { o.tidy(); }}));
+        }
+        {
+            KelSide k{c, "WindowsML", c.name + "-windowsml-memory"};
+            OrtSide o{c, env, true};
+            rows.push_back(compare(c, "WindowsML, raw from the file's bytes in memory",
+                                   c.session_creations,
+                                   {[&] { k.create(); }, [&] { k.infer(); },
+                                    [&] { return k.firstOutput(); }, [&] { k.tidy(); }},
                                    {[&] { o.create(); }, [&] { o.infer(); },
                                     [&] { return o.firstOutput(); }, [&] { o.tidy(); }}));
         }
