@@ -1,5 +1,6 @@
 #pragma once
-// What differs between Windows and Linux for locating and vetting shared libraries.
+// What differs between Windows and Linux for locating and vetting shared libraries, and for
+// reading model files.
 #include <cstddef>
 #include <filesystem>
 #include <string>

@@ -148,8 +148,6 @@ bool writeNewFile(const std::filesystem::path& path, std::string_view bytes, boo
     return closed && written == static_cast<ssize_t>(bytes.size());
 }
 
-// The C stream under std::wcerr and std::cerr is one, and glibc drops output of the other
-// width once its orientation is set; so the line goes out as UTF-8.
 FileRead readFileStart(const std::filesystem::path& path, void* into, std::size_t size) {
     const int fd = ::open(path.c_str(), O_RDONLY | O_CLOEXEC);
     if (fd < 0) return FileRead::cannot_open;
@@ -166,6 +164,8 @@ FileRead readFileStart(const std::filesystem::path& path, void* into, std::size_
     return left ? FileRead::cannot_read : FileRead::done;
 }
 
+// The C stream under std::wcerr and std::cerr is one, and glibc drops output of the other
+// width once its orientation is set; so the line goes out as UTF-8.
 void printPathError(const std::string& text, const std::filesystem::path& path) {
     std::cerr << text << pathToString(path);
 }
