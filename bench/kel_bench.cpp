@@ -267,7 +267,7 @@ struct OrtSide {
     // those bytes. Otherwise the runtime reads the file by its path.
     bool from_memory = false;
     std::unique_ptr<Ort::Session> session, replaced;
-    std::vector<char> bytes, replaced_bytes;
+    std::unique_ptr<char[]> bytes, replaced_bytes;
     std::vector<const char*> in_names, out_names;
     std::vector<Ort::Value> ins[2], outs[2];
     std::vector<std::vector<uint8_t>> out_memory;
@@ -284,9 +284,11 @@ struct OrtSide {
         if (from_memory) {
             replaced_bytes = std::move(bytes);
             std::ifstream file(c.onnx, std::ios::binary | std::ios::ate);
-            bytes.resize(static_cast<size_t>(file.tellg()));
-            file.seekg(0).read(bytes.data(), static_cast<std::streamsize>(bytes.size()));
-            session = std::make_unique<Ort::Session>(env, bytes.data(), bytes.size(), options);
+            const auto size = static_cast<size_t>(file.tellg());
+            // Not zero-filled first, as kel's buffer is not: the read overwrites it.
+            bytes = std::make_unique_for_overwrite<char[]>(size);
+            file.seekg(0).read(bytes.get(), static_cast<std::streamsize>(size));
+            session = std::make_unique<Ort::Session>(env, bytes.get(), size, options);
         } else {
             session = std::make_unique<Ort::Session>(env, c.onnx.c_str(), options);
         }
@@ -323,7 +325,7 @@ struct OrtSide {
     }
     void tidy() {
         replaced.reset();
-        replaced_bytes = {};
+        replaced_bytes.reset();
     }
     void infer() {
         session->Run(Ort::RunOptions{nullptr}, in_names.data(), ins[flip].data(), in_names.size(),
