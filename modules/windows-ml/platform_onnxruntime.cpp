@@ -136,6 +136,8 @@ struct RtBuffer : Buffer {
 // since every device kind runs on the same provider.
 struct RtModel : Model {
     std::shared_ptr<Ort::Session> session;
+    // Read once at load: every type query asks the runtime for a fresh copy.
+    std::vector<FeatureDescription> inputs, outputs;
     std::vector<std::string> input_names, output_names;
     std::vector<const char*> output_name_pointers;  // what Run takes, made once
     std::vector<std::string> scalar_inputs;  // declared with rank 0
@@ -369,28 +371,24 @@ public:
             for (std::size_t i = 0; i < model->session->GetInputCount(); ++i) {
                 model->input_names.push_back(
                     model->session->GetInputNameAllocated(i, allocator).get());
-                auto info = model->session->GetInputTypeInfo(i);
-                if (info.GetONNXType() == ONNX_TYPE_TENSOR &&
-                    info.GetTensorTypeAndShapeInfo().GetDimensionsCount() == 0)
+                const auto& d = model->inputs.emplace_back(
+                    describe(model->input_names.back(), model->session->GetInputTypeInfo(i)));
+                if (d.kind == Tensor && d.shape.empty())
                     model->scalar_inputs.push_back(model->input_names.back());
             }
             for (std::size_t i = 0; i < model->session->GetOutputCount(); ++i) {
                 model->output_names.push_back(
                     model->session->GetOutputNameAllocated(i, allocator).get());
-                auto info = model->session->GetOutputTypeInfo(i);
-                std::vector<std::int64_t> shape;
+                const auto& d = model->outputs.emplace_back(
+                    describe(model->output_names.back(), model->session->GetOutputTypeInfo(i)));
                 auto type = ONNX_TENSOR_ELEMENT_DATA_TYPE_UNDEFINED;
-                if (info.GetONNXType() == ONNX_TYPE_TENSOR) {
-                    auto tensor = info.GetTensorTypeAndShapeInfo();
-                    shape = tensor.GetShape();
-                    const std::uint32_t kind = tensorKindOf(tensor.GetElementType());
-                    const bool fixed = std::none_of(shape.begin(), shape.end(),
-                                                    [](std::int64_t d) { return d < 0; });
-                    if (fixed && kind != tensor_kind::Undefined && kind != tensor_kind::String &&
-                        kind != tensor_kind::Complex64 && kind != tensor_kind::Complex128)
-                        type = tensor.GetElementType();
-                }
-                model->fixed_shapes.push_back(std::move(shape));
+                const bool fixed = std::none_of(d.shape.begin(), d.shape.end(),
+                                                [](std::int64_t n) { return n < 0; });
+                if (d.kind == Tensor && fixed && d.tensor_kind != tensor_kind::Undefined &&
+                    d.tensor_kind != tensor_kind::String && d.tensor_kind != tensor_kind::Complex64 &&
+                    d.tensor_kind != tensor_kind::Complex128)
+                    type = elementTypeOf(d.tensor_kind);
+                model->fixed_shapes.push_back(d.shape);
                 model->fixed_types.push_back(type);
             }
             for (const auto& name : model->output_names) model->output_name_pointers.push_back(name.c_str());
@@ -399,23 +397,11 @@ public:
     }
 
     std::vector<FeatureDescription> inputFeatures(Model& model) override {
-        auto& m = handle_as<RtModel>(model);
-        return guarded([&] {
-            std::vector<FeatureDescription> out;
-            for (std::size_t i = 0; i < m.input_names.size(); ++i)
-                out.push_back(describe(m.input_names[i], m.session->GetInputTypeInfo(i)));
-            return out;
-        });
+        return handle_as<RtModel>(model).inputs;
     }
 
     std::vector<FeatureDescription> outputFeatures(Model& model) override {
-        auto& m = handle_as<RtModel>(model);
-        return guarded([&] {
-            std::vector<FeatureDescription> out;
-            for (std::size_t i = 0; i < m.output_names.size(); ++i)
-                out.push_back(describe(m.output_names[i], m.session->GetOutputTypeInfo(i)));
-            return out;
-        });
+        return handle_as<RtModel>(model).outputs;
     }
 
     std::shared_ptr<Device> createDevice(DeviceKind kind) override {
