@@ -141,9 +141,9 @@ struct RtModel : Model {
     std::vector<std::string> input_names, output_names;
     std::vector<const char*> output_name_pointers;  // what Run takes, made once
     std::vector<std::string> scalar_inputs;  // declared with rank 0
-    // Per output: its declared shape and element type when both are fixed and numeric, so
-    // that its memory can be made once and reused by every run; empty type otherwise.
-    std::vector<std::vector<std::int64_t>> fixed_shapes;
+    // Per output: its element type when its declared shape (in `outputs`) and type are both
+    // fixed and numeric, so that its memory can be made once and reused by every run;
+    // undefined otherwise.
     std::vector<ONNXTensorElementDataType> fixed_types;
 };
 struct RtDevice : Device {
@@ -264,11 +264,11 @@ void prepareOutputs(RtResult& r) {
     for (std::size_t i = 0; i < n; ++i) {
         r.values.emplace_back(nullptr);
         if (!r.use_fixed || m.fixed_types[i] == ONNX_TENSOR_ELEMENT_DATA_TYPE_UNDEFINED) continue;
-        const auto& shape = m.fixed_shapes[i];
+        const auto& shape = m.outputs[i].shape;
         std::size_t count = 1;
         for (auto d : shape) count *= static_cast<std::size_t>(d);
         if (count == 0) continue;
-        r.memory[i].resize(count * elementSize(tensorKindOf(m.fixed_types[i])));
+        r.memory[i].resize(count * elementSize(m.outputs[i].tensor_kind));
         r.values[i] = guarded([&] {
             return Ort::Value::CreateTensor(cpuMemory(), r.memory[i].data(), r.memory[i].size(),
                                             shape.data(), shape.size(), m.fixed_types[i]);
@@ -388,7 +388,6 @@ public:
                     d.tensor_kind != tensor_kind::String && d.tensor_kind != tensor_kind::Complex64 &&
                     d.tensor_kind != tensor_kind::Complex128)
                     type = elementTypeOf(d.tensor_kind);
-                model->fixed_shapes.push_back(d.shape);
                 model->fixed_types.push_back(type);
             }
             for (const auto& name : model->output_names) model->output_name_pointers.push_back(name.c_str());
