@@ -21,6 +21,8 @@ DEB_PKGS=(cmake ninja-build g++ make pkg-config libfmt-dev libgtest-dev libgmock
 # The Windows half: the MinGW-w64 cross compiler and Win32 headers and import libraries, and
 # Wine to run what it builds.
 DEB_PKGS+=(g++-mingw-w64-x86-64-posix mingw-w64-x86-64-dev wine64)
+# The MSVC-ABI Windows build: clang-cl, lld-link and LLVM's binary tools.
+DEB_PKGS+=(clang-19 lld-19 llvm-19)
 # The fuzz targets are built with clang and its libFuzzer/sanitizer runtimes; clang 16,
 # since the default clang 14 lacks what libstdc++ 12 needs for std::source_location.
 DEB_PKGS+=(clang-16 libclang-rt-16-dev)
@@ -123,6 +125,50 @@ PYEOF
   touch "$WIN_DIR/.ok"
 fi
 
+# --- The MSVC-ABI Windows build: Wine's C runtime and Windows headers, and microsoft/STL ----
+# Wine 10's headers come from Debian trixie's libwine-dev, taken apart with a private apt state
+# (this machine's package lists and installed packages are left alone), never installed.
+WINE_DEB_VERSION="10.0~repack-6"
+WINE_HEADERS="$CACHE/wine-$WINE_DEB_VERSION-headers"
+if [ ! -f "$WINE_HEADERS/.ok" ]; then
+  say "downloading Wine $WINE_DEB_VERSION's headers (libwine-dev from Debian trixie)"
+  APT_DIR="$(mktemp -d)"
+  mkdir -p "$APT_DIR/lists/partial" "$APT_DIR/cache/archives/partial"
+  echo "deb http://deb.debian.org/debian trixie main" > "$APT_DIR/sources.list"
+  APT_OPTS=(-o "Dir::Etc::SourceList=$APT_DIR/sources.list" -o Dir::Etc::SourceParts=/dev/null
+            -o "Dir::State::Lists=$APT_DIR/lists" -o "Dir::Cache=$APT_DIR/cache"
+            -o Dir::State::status=/var/lib/dpkg/status -o APT::Sandbox::User=root)
+  if apt-get "${APT_OPTS[@]}" update -qq >/dev/null &&
+     (cd "$APT_DIR" && apt-get "${APT_OPTS[@]}" download -qq "libwine-dev=$WINE_DEB_VERSION" >/dev/null); then
+    rm -rf "$WINE_HEADERS" && mkdir -p "$WINE_HEADERS"
+    dpkg-deb --fsys-tarfile "$APT_DIR"/libwine-dev_*.deb |
+      tar -x -C "$WINE_HEADERS" --strip-components=5 ./usr/include/wine/wine/msvcrt ./usr/include/wine/wine/windows
+    touch "$WINE_HEADERS/.ok"
+  fi
+  rm -rf "$APT_DIR"
+fi
+# microsoft/STL is on no registry: a checkout named by KEL_MSSTL_DIR, else the cache, else a
+# clone of the pinned commit where the machine reaches the repository.
+MSSTL_COMMIT="0cb8132f7eb6e26c3a79899bd0b61953bfbfc3d0"
+MSSTL_CACHE="$CACHE/msstl-$MSSTL_COMMIT"
+if [ -n "${KEL_MSSTL_DIR:-}" ]; then
+  MSSTL_DIR="$KEL_MSSTL_DIR"
+  [ -d "$MSSTL_DIR/inc" ] || MSSTL_DIR="$MSSTL_DIR/stl"
+elif [ -d "$MSSTL_CACHE/stl/inc" ]; then
+  MSSTL_DIR="$MSSTL_CACHE/stl"
+else
+  MSSTL_DIR=""
+  CLONE="$(mktemp -d)"
+  if GIT_TERMINAL_PROMPT=0 timeout 120 git clone -q --filter=blob:none --no-checkout https://github.com/microsoft/STL "$CLONE" 2>/dev/null &&
+     git -C "$CLONE" -c advice.detachedHead=false checkout -q "$MSSTL_COMMIT" -- stl LICENSE.txt 2>/dev/null; then
+    mkdir -p "$MSSTL_CACHE" && cp -r "$CLONE/stl" "$CLONE/LICENSE.txt" "$MSSTL_CACHE/"
+    MSSTL_DIR="$MSSTL_CACHE/stl"
+  fi
+  rm -rf "$CLONE"
+fi
+[ -f "$WINE_HEADERS/.ok" ] || WINE_HEADERS=""
+[ -n "$MSSTL_DIR" ] && [ ! -d "$MSSTL_DIR/inc" ] && MSSTL_DIR=""
+
 # --- What the build reads ---------------------------------------------------
 OV_CMAKE="$("$VENV/bin/python" -c 'import openvino.utils as u; print(u.get_cmake_path())')"
 cat > "$ROOT/.deps.cmake" <<EOT
@@ -134,5 +180,7 @@ set(KEL_SILERO_VAD "$VAD_ONNX" CACHE FILEPATH "" FORCE)
 set(KEL_WINRT_INCLUDE "$WIN_DIR/winrt_sdk/cppwinrt" CACHE PATH "" FORCE)
 set(KEL_OPENVINO_WINDOWS "$WIN_DIR/openvino" CACHE PATH "" FORCE)
 set(KEL_FMT_HEADERS "/usr/include/fmt" CACHE PATH "" FORCE)
+set(KEL_MSSTL_DIR "$MSSTL_DIR" CACHE PATH "" FORCE)
+set(KEL_WINE_HEADERS "$WINE_HEADERS" CACHE PATH "" FORCE)
 EOT
 say "ready (OpenVINO $OPENVINO_VERSION, ONNX Runtime $ORT_VERSION)"

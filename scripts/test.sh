@@ -1,11 +1,13 @@
 #!/usr/bin/env bash
 # Sets up, builds and runs every test: the whole suite in the ordinary build (build/, with
 # the installed tree, the packages and the hosts built against them); the Windows cross
-# build (build-windows/, MinGW-w64) and its tests under Wine; the suite again under
+# build (build-windows/, MinGW-w64) and its tests under Wine; the MSVC-ABI Windows build
+# (build-msvc/: kel.dll, kel.lib, its hosts and kel-run.exe) and its tests under Wine, when
+# microsoft/STL is at hand (see scripts/setup.sh); the suite again under
 # AddressSanitizer + UndefinedBehaviorSanitizer (build-asan/); the concurrency suite under
 # ThreadSanitizer (build-tsan/); then a bounded run of each fuzz target (build-fuzz/, clang +
 # libFuzzer).
-#   KEL_TEST_ONLY=plain|windows|asan|tsan|fuzz   run one part only
+#   KEL_TEST_ONLY=plain|windows|windows-msvc|asan|tsan|fuzz   run one part only
 #   KEL_FUZZ_SECONDS=<n>            seconds per fuzz target (default 55)
 #   KEL_FUZZ_SEED=<n>               the fuzzers' first seed (default: random)
 set -euo pipefail
@@ -31,6 +33,19 @@ if [ -z "$ONLY" ] || [ "$ONLY" = windows ]; then
   cmake -S "$ROOT" -B "$BUILD" -G Ninja -DCMAKE_TOOLCHAIN_FILE="$ROOT/cmake/mingw-w64-x86_64.cmake" >/dev/null
   cmake --build "$BUILD" -j "$JOBS"
   bash "$ROOT/tests/windows/run.sh" "$BUILD"
+fi
+
+if [ -z "$ONLY" ] || [ "$ONLY" = windows-msvc ]; then
+  deps() { sed -n "s/^set($1 \"\(.*\)\" CACHE.*/\1/p" "$ROOT/.deps.cmake"; }
+  if [ -z "$(deps KEL_MSSTL_DIR)" ] || [ -z "$(deps KEL_WINE_HEADERS)" ]; then
+    say "MSVC-ABI Windows build skipped: no microsoft/STL checkout (KEL_MSSTL_DIR) or Wine headers on this machine"
+  else
+    say "MSVC-ABI Windows build (clang-cl, microsoft/STL, Wine's headers; warnings as errors) and its tests under Wine"
+    BUILD="$ROOT/build-msvc"
+    cmake -S "$ROOT" -B "$BUILD" -G Ninja -DCMAKE_TOOLCHAIN_FILE="$ROOT/cmake/clang-cl-x86_64.cmake" >/dev/null
+    cmake --build "$BUILD" -j "$JOBS"
+    bash "$ROOT/tests/windows/run.sh" "$BUILD"
+  fi
 fi
 
 if [ -z "$ONLY" ] || [ "$ONLY" = asan ]; then

@@ -28,6 +28,12 @@ std::string getLibraryArchitecture(const std::wstring& path);
 // not a position-independent executable). A foreign architecture only warns.
 bool checkLibraryImage(const std::wstring& path);
 
+// Loads a runtime library that kel links lazily (on Windows kel.dll delay-loads openvino.dll)
+// from `path`, and binds every function kel takes from it. False when the library does not
+// load or lacks one of them: a damaged runtime is found here, not in the first call into it.
+// Nothing is linked lazily on Linux.
+bool bindLazilyLinkedLibrary(const std::wstring& path);
+
 // Name of the operating system in the architecture warning.
 const char* osName();
 

@@ -33,6 +33,8 @@ const std::wstring& pathSeparator() {
 }
 const char* osName() { return "Linux"; }
 
+bool bindLazilyLinkedLibrary(const std::wstring&) { return true; }
+
 std::wstring currentModuleDirectory() {
     Dl_info info{};
     if (dladdr(reinterpret_cast<void*>(&currentModuleDirectory), &info) == 0 || !info.dli_fname)

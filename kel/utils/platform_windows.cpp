@@ -11,6 +11,9 @@
 #include "kel/utils/platform.hpp"
 #include "kel/utils/text.hpp"
 
+// The delay-load helper's (delayimp.lib; MinGW-w64 has it in libmingwex).
+extern "C" HRESULT WINAPI __HrLoadAllImportsForDll(LPCSTR dll);
+
 namespace kel::utils {
 
 const std::wstring& libraryPrefix() {
@@ -26,6 +29,17 @@ const std::wstring& pathSeparator() {
     return v;
 }
 const char* osName() { return "Windows"; }
+
+bool bindLazilyLinkedLibrary(const std::wstring& path) {
+    // Loaded by its full path first, so that it is the one beside kel (and its own libraries
+    // those beside it); the delay-load helper then finds it among the loaded modules by name.
+    HMODULE module = LoadLibraryExW(path.c_str(), nullptr, LOAD_WITH_ALTERED_SEARCH_PATH);
+    if (!module) return false;
+    const std::string name = wstringToString(std::filesystem::path(path).filename().wstring());
+    const bool bound = SUCCEEDED(__HrLoadAllImportsForDll(name.c_str()));
+    FreeLibrary(module);  // the helper keeps a reference of its own
+    return bound;
+}
 
 std::wstring currentModuleDirectory() {
     HMODULE module = nullptr;

@@ -83,6 +83,7 @@ std::wstring getLibraryDirectory();
 void overrideLibraryDirectory(std::optional<std::wstring> directory);
 
 bool checkDynamicLibrary(const std::wstring& name, bool throwOnFailure);
+void bindRuntimeLibrary(const std::wstring& name);
 std::string generateTempOVPluginsXML();
 void remove_xml(const std::filesystem::path& path);
 void checkCPUFeatures(vino_InferenceEngine& engine, const std::string& networkIdentifier,

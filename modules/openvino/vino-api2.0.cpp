@@ -297,6 +297,7 @@ void createFromMemory(vino_InferenceEngine& engine, const std::string& networkId
 openvino::openvino() {
     vino::checkDynamicLibrary(L"openvino", true);
     vino::checkDynamicLibrary(L"openvino_ir_frontend", true);
+    vino::bindRuntimeLibrary(L"openvino");
     engine_ = std::make_unique<vino_InferenceEngine>();
 }
 

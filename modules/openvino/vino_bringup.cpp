@@ -42,18 +42,37 @@ void overrideLibraryDirectory(std::optional<std::wstring> directory) {
     libraryDirectoryOverride() = std::move(directory);
 }
 
-bool checkDynamicLibrary(const std::wstring& name, bool throwOnFailure) {
-    const std::wstring path = getLibraryDirectory() + utils::pathSeparator() + utils::libraryPrefix() +
-                              name + L"." + utils::libraryExtension();
-    if (std::filesystem::exists(std::filesystem::path(path)) && utils::checkLibraryImage(path)) return true;
+namespace {
+
+std::wstring runtimeLibraryPath(const std::wstring& name) {
+    return getLibraryDirectory() + utils::pathSeparator() + utils::libraryPrefix() + name + L"." +
+           utils::libraryExtension();
+}
+
+std::string notBesideKelText(const std::wstring& name) {
     const std::string narrow = utils::wstringToString(name);
-    std::string message = fmt::format(
+    return fmt::format(
         "{} shared library and kel shared library are not in the same directory. Please put {} shared "
         "library in the same directory with kel shared library.",
         narrow, narrow);
+}
+
+}  // namespace
+
+bool checkDynamicLibrary(const std::wstring& name, bool throwOnFailure) {
+    const std::wstring path = runtimeLibraryPath(name);
+    if (std::filesystem::exists(std::filesystem::path(path)) && utils::checkLibraryImage(path)) return true;
+    std::string message = notBesideKelText(name);
     if (throwOnFailure) raise_text(std::move(message));
     std::cerr << message << std::endl;
     return false;
+}
+
+// A runtime whose file passes the check but does not load (cut short, or missing a library of
+// its own) is refused with the check's text: with kel.dll linking it lazily, the alternative
+// is a failure inside the first call into it.
+void bindRuntimeLibrary(const std::wstring& name) {
+    if (!utils::bindLazilyLinkedLibrary(runtimeLibraryPath(name))) raise_text(notBesideKelText(name));
 }
 
 // Log lines name the back-end by its chief file, the name hosts have always read in them;

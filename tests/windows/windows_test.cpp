@@ -20,9 +20,11 @@
 #include "modules/windows-ml/os_version.hpp"
 #include "tests/support/support.hpp"
 
+#ifdef __MINGW32__
 // MinGW's setupapi.h lacks the declaration; the import library has it.
 extern "C" WINSETUPAPI WINBOOL WINAPI SetupDiSetDevicePropertyW(HDEVINFO, PSP_DEVINFO_DATA, const DEVPROPKEY*,
                                                                DEVPROPTYPE, const BYTE*, DWORD, DWORD);
+#endif
 
 namespace {
 
@@ -55,7 +57,7 @@ void addDevice(const kel::utils::DeviceClassId& id, const std::string& descripti
     const auto* value = reinterpret_cast<const BYTE*>(version);
     const auto size = DWORD((version ? wcslen(version) + 1 : 0) * sizeof(wchar_t));
     ASSERT_TRUE(!version || SetupDiSetDevicePropertyW(set, &device, &DEVPKEY_Device_DriverVersion,
-                                                      DEVPROP_TYPE_STRING, value, size, 0));
+                                                      DEVPROP_TYPE_STRING, const_cast<BYTE*>(value), size, 0));
     SetupDiDestroyDeviceInfoList(set);
 }
 

@@ -1,6 +1,11 @@
 // kel-run: runs neural networks through kel's flat C interface, the way our users call kel.
 // With no model it classifies the held-out digits on both engines; with one it measures it.
+#ifdef _WIN32
+#include <windows.h>
+#include <io.h>
+#else
 #include <unistd.h>
+#endif
 
 #include <algorithm>
 #include <chrono>
@@ -126,9 +131,23 @@ std::string jsonDims(const std::vector<std::uint64_t>& dims) {
 }
 
 std::string executableDir() {
+#ifdef _WIN32
+    wchar_t name[MAX_PATH] = {};
+    const DWORD length = GetModuleFileNameW(nullptr, name, MAX_PATH);
+    return length == 0 || length == MAX_PATH ? std::string(".") : fs::path(name).parent_path().string();
+#else
     std::error_code ec;
     const fs::path self = fs::read_symlink("/proc/self/exe", ec);
     return ec ? std::string(".") : self.parent_path().string();
+#endif
+}
+
+bool stdoutIsTerminal() {
+#ifdef _WIN32
+    return _isatty(_fileno(stdout)) != 0;
+#else
+    return isatty(STDOUT_FILENO) != 0;
+#endif
 }
 
 // Latency figures of one run, in seconds.
@@ -162,7 +181,7 @@ Stats summarize(std::vector<double> samples) {
 // "\r[ 123 / 500 ] 2.1 s" on a terminal, once a run has lasted a second.
 class Progress {
 public:
-    Progress(bool enabled, std::string label) : enabled_(enabled && isatty(STDOUT_FILENO)), label_(std::move(label)) {}
+    Progress(bool enabled, std::string label) : enabled_(enabled && stdoutIsTerminal()), label_(std::move(label)) {}
     void update(std::size_t done, std::size_t total, double limitSeconds) {
         if (!enabled_) return;
         const auto now = Clock::now();
@@ -367,7 +386,7 @@ std::string dirHolding(const std::vector<std::string>& dirs, const std::string& 
 int runDefault(const Options& o) {
     const std::string self_dir = executableDir();
     const std::string bin = dirHolding({self_dir + "/" KEL_RUN_INSTALLED_PLUGINS, self_dir},
-                                       "libkel_digits_openvino.so");
+                                       KEL_RUN_DIGITS_OPENVINO);
     const std::string data =
         !o.data_dir.empty() ? o.data_dir
                             : dirHolding({self_dir + "/" KEL_RUN_INSTALLED_DIGITS, KEL_RUN_DIGITS_DIR},
@@ -386,8 +405,8 @@ int runDefault(const Options& o) {
     Kel kel;
     const std::string self = kel.selfVersion();
     std::vector<EngineResult> results;
-    results.push_back(classifyDigits(kel, "OpenVINO", bin + "/libkel_digits_openvino.so", o.device, x, y, !o.json));
-    results.push_back(classifyDigits(kel, "WindowsML", bin + "/libkel_digits_windowsml.so", o.device, x, y, !o.json));
+    results.push_back(classifyDigits(kel, "OpenVINO", bin + "/" KEL_RUN_DIGITS_OPENVINO, o.device, x, y, !o.json));
+    results.push_back(classifyDigits(kel, "WindowsML", bin + "/" KEL_RUN_DIGITS_WINDOWSML, o.device, x, y, !o.json));
 
     const std::size_t samples = x.shape[0];
     std::size_t agree = 0;

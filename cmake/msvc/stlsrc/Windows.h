@@ -1,0 +1,2 @@
+/* case spelling used by microsoft/STL sources */
+#include <windows.h>
