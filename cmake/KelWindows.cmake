@@ -41,6 +41,8 @@ include(cmake/KelPluginModel.cmake)
 
 set(KEL_OPENVINO_SOURCES ${KEL_SOURCES})
 list(FILTER KEL_OPENVINO_SOURCES INCLUDE REGEX "/modules/openvino/")
+# Not dllimport: openvino.dll is delay-loaded (see modules/openvino/vino_delayload_windows.cpp).
+set_source_files_properties(${KEL_OPENVINO_SOURCES} PROPERTIES COMPILE_DEFINITIONS OPENVINO_STATIC_LIBRARY)
 if(MINGW)
   list(FILTER KEL_SOURCES EXCLUDE REGEX "/modules/openvino/")
   # The OpenVINO back-end against the Windows package's headers: compiled, never linked.
@@ -64,8 +66,6 @@ else()
     find_package(OpenVINO REQUIRED COMPONENTS Runtime)
   endif()
   set(KEL_OPENVINO openvino::runtime)
-  # Not dllimport: openvino.dll is delay-loaded (see modules/openvino/vino_delayload_windows.cpp).
-  set_source_files_properties(${KEL_OPENVINO_SOURCES} PROPERTIES COMPILE_DEFINITIONS OPENVINO_STATIC_LIBRARY)
 endif()
 
 add_library(kel_internal STATIC ${KEL_SOURCES})

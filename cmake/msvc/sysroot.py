@@ -20,8 +20,9 @@ import sys
 HERE = os.path.dirname(os.path.abspath(__file__))
 
 # Import libraries for these DLLs of Wine's, under the names MSVC's libraries have.
-SYSTEM_LIBS = ["kernel32", "ntdll", "user32", "gdi32", "shell32", "ole32", "oleaut32", "comdlg32", "advapi32",
-               "setupapi", "version", "shlwapi", "ws2_32", "bcrypt"]
+# (CMake links the first eight into every program, as with MSVC.)
+SYSTEM_LIBS = ["kernel32", "user32", "gdi32", "shell32", "ole32", "oleaut32", "comdlg32", "advapi32",
+               "setupapi"]
 RUNTIME_DLLS = ["ucrtbase", "vcruntime140", "vcruntime140_1", "msvcp140", "msvcp140_1",
                 "msvcp140_2", "msvcp140_atomic_wait"]
 # MSVC's msvcprt.lib links these sources of its standard library statically; the DLL has no

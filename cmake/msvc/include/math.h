@@ -1,5 +1,6 @@
-/* Wine math.h + the C99 functions UCRT math.h
-   declares; long double == double on x64 MSVC, so missing *l forms forward to the double ones. */
+/* Wine's math.h plus the C99 functions UCRT's math.h declares, which <cmath> brings into std.
+   long double is double in MSVC's ABI, so the *l forms ucrtbase lacks forward to the double
+   ones; UCRT has no classification macros in C++, <cmath> declares functions by those names. */
 #pragma once
 #include_next <math.h>
 #ifndef KEL_MSVC_MATH_EXTRA

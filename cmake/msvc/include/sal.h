@@ -1,5 +1,5 @@
-/* Wine sal.h + no-op definitions of the
-   SAL annotations microsoft/STL uses that it lacks. */
+/* Wine's sal.h plus the source annotations microsoft/STL uses that it lacks. They only inform
+   MSVC's code analysis; for the ABI they are nothing. */
 #pragma once
 #include_next <sal.h>
 #ifndef _Analysis_assume_
