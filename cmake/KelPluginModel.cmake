@@ -11,10 +11,11 @@
 #   ZERO_SIZE_MODEL <i>    model i reports a size of 0
 #   NULL_BUFFER_MODEL <i>  model i hands out a null buffer
 #   NULL_OBJECT            kelModelCreate returns a null model object (the rest still answers)
+#   NEGATIVE_NAME_LENGTH   the engine name's length is reported as -1 (the name is still written)
 set(KEL_PLUGIN_MODEL_TEMPLATE ${CMAKE_CURRENT_LIST_DIR}/kel_plugin_model.c.in)
 
 function(kel_add_plugin_model target)
-  cmake_parse_arguments(PARSE_ARGV 1 PM "NULL_OBJECT"
+  cmake_parse_arguments(PARSE_ARGV 1 PM "NULL_OBJECT;NEGATIVE_NAME_LENGTH"
     "ENGINE;VERSION;REPORT_ENGINES;REPORT_VERSIONS;REPORT_MODELS;ZERO_SIZE_MODEL;NULL_BUFFER_MODEL"
     "MODELS")
   # An empty ENGINE or VERSION is allowed (it is the library's answer); a missing one is not.
@@ -81,11 +82,13 @@ function(kel_add_plugin_model target)
   set(KEL_PM_REPORT_MODELS ${PM_REPORT_MODELS})
   set(KEL_PM_ZERO_SIZE_MODEL ${PM_ZERO_SIZE_MODEL})
   set(KEL_PM_NULL_BUFFER_MODEL ${PM_NULL_BUFFER_MODEL})
-  if(PM_NULL_OBJECT)
-    set(KEL_PM_NULL_OBJECT 1)
-  else()
-    set(KEL_PM_NULL_OBJECT 0)
-  endif()
+  foreach(flag NULL_OBJECT NEGATIVE_NAME_LENGTH)
+    if(PM_${flag})
+      set(KEL_PM_${flag} 1)
+    else()
+      set(KEL_PM_${flag} 0)
+    endif()
+  endforeach()
 
   set(source ${CMAKE_CURRENT_BINARY_DIR}/kel_plugin_model_${target}.c)
   configure_file(${KEL_PLUGIN_MODEL_TEMPLATE} ${source} @ONLY)

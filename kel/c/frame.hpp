@@ -24,87 +24,86 @@ struct KelHandle {
 
 namespace kel::c {
 
-inline KelHandle* handle_of(void* handle) { return static_cast<KelHandle*>(handle); }
+inline KelHandle* handleOf(void* handle) { return static_cast<KelHandle*>(handle); }
+
+// Runs body(); an exception of any type becomes the handle's text. False when one did.
+template <class Body>
+bool guarded(KelHandle& h, Body&& body) {
+    try {
+        std::forward<Body>(body)();
+        return true;
+    } catch (const std::exception& e) {
+        h.exception_string = e.what();
+    } catch (...) {
+        h.exception_string = foreignExceptionText();
+    }
+    return false;
+}
 
 // Runs body(engine) for a usable handle; returns `failure` when the call cannot run or fails.
 template <class R, class Body>
 R frame(void* handle, R failure, Body&& body) {
-    KelHandle* h = handle_of(handle);
+    KelHandle* h = handleOf(handle);
     if (!h || !h->exception_string.empty()) return failure;
-    try {
+    R result = failure;
+    guarded(*h, [&] {
         if (!h->engine) raise("the kel engine was not created; destroy this handle.");
-        return std::forward<Body>(body)(*h->engine);
-    } catch (const std::exception& e) {
-        h->exception_string = e.what();
-    } catch (...) {
-        h->exception_string = foreignExceptionText();
-    }
-    return failure;
+        result = std::forward<Body>(body)(*h->engine);
+    });
+    return result;
 }
 
 template <class Body>
 void frame(void* handle, Body&& body) {
-    KelHandle* h = handle_of(handle);
-    if (!h || !h->exception_string.empty()) return;
-    try {
-        if (!h->engine) raise("the kel engine was not created; destroy this handle.");
-        std::forward<Body>(body)(*h->engine);
-    } catch (const std::exception& e) {
-        h->exception_string = e.what();
-    } catch (...) {
-        h->exception_string = foreignExceptionText();
-    }
+    frame(handle, 0, [&](MLEngine& engine) {
+        std::forward<Body>(body)(engine);
+        return 0;
+    });
 }
 
 // Raises `message` unless `pointer` is set; located at the exported function that checks.
 inline void require(const void* pointer, const char* message,
                     std::source_location loc = std::source_location::current()) {
-    if (!pointer) raise_text(message, loc);
+    if (!pointer) raiseText(message, loc);
 }
 
 // Raises "index {} is out of range!" unless 0 <= index <= count - 1.
-inline void require_index(int index, int count,
+inline void requireIndex(int index, int count,
                           std::source_location loc = std::source_location::current()) {
-    if (index < 0 || index > count - 1) raise_text(fmt::format("index {} is out of range!", index), loc);
+    if (index < 0 || index > count - 1) raiseText(fmt::format("index {} is out of range!", index), loc);
 }
 
 // Byte length of a text as the int the flat interface hands out.
-inline int length_of(const std::string& text) { return static_cast<int>(text.size()); }
+inline int lengthOf(const std::string& text) { return static_cast<int>(text.size()); }
 
 // Copies exactly text.size() bytes, no terminator.
-inline void copy_out(const std::string& text, char* out) {
+inline void copyOut(const std::string& text, char* out) {
     if (!text.empty()) std::memcpy(out, text.data(), text.size());
 }
 
 // The flat interface's type id of a device property: the alternative's index, -1 for none.
-inline int type_id_of(const DevicePropertyValue& value) {
+inline int typeIdOf(const DevicePropertyValue& value) {
     return value.valueless_by_exception() ? -1 : static_cast<int>(value.index());
 }
 
 // A device property whose type the host has confirmed; located at the reading function.
-inline DevicePropertyValue verified_property(MLEngine& engine, const char* engine_name, const char* device,
+inline DevicePropertyValue verifiedProperty(MLEngine& engine, const char* engine_name, const char* device,
                                              const char* property, int verify_type_id,
                                              std::source_location loc = std::source_location::current()) {
     DevicePropertyValue value = engine.getDeviceProperty(engine_name, device, property);
-    const int type_id = type_id_of(value);
-    if (type_id == -1) raise_text("No value in property!", loc);
+    const int type_id = typeIdOf(value);
+    if (type_id == -1) raiseText("No value in property!", loc);
     // The actual type first, then the host's: the order hosts have always seen.
     if (type_id != verify_type_id)
-        raise_text(fmt::format("verify_type_id({}) is not same with type_id({})!", type_id, verify_type_id), loc);
+        raiseText(fmt::format("verify_type_id({}) is not same with type_id({})!", type_id, verify_type_id), loc);
     return value;
 }
 
 // Builds a handle around an engine made by `make`; a failure is kept as the handle's text.
 template <class Make>
-void* create_handle(Make&& make) {
+void* createHandle(Make&& make) {
     auto* h = new KelHandle();
-    try {
-        h->engine = std::forward<Make>(make)();
-    } catch (const std::exception& e) {
-        h->exception_string = e.what();
-    } catch (...) {
-        h->exception_string = foreignExceptionText();
-    }
+    guarded(*h, [&] { h->engine = std::forward<Make>(make)(); });
     return h;
 }
 

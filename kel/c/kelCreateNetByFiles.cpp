@@ -2,7 +2,7 @@
 
 using kel::c::frame;
 using kel::c::require;
-using kel::c::require_index;
+using kel::c::requireIndex;
 
 extern "C" KEL_C_API void kelCreateNetByFiles(void* handle, const char* engine_name, const char* identifier,
                                               const char* device, const char* network_file,

@@ -2,12 +2,12 @@
 
 using kel::c::frame;
 using kel::c::require;
-using kel::c::require_index;
+using kel::c::requireIndex;
 
 extern "C" KEL_C_API int kelGetCreatedNetworkIdentifierLength(void* handle, const int index) {
     return frame(handle, -1, [&](kel::MLEngine& e) {
         const auto identifiers = e.getCreatedNetworkIdentifiers();
-        require_index(index, static_cast<int>(identifiers.size()));
-        return kel::c::length_of(identifiers[static_cast<std::size_t>(index)]);
+        requireIndex(index, static_cast<int>(identifiers.size()));
+        return kel::c::lengthOf(identifiers[static_cast<std::size_t>(index)]);
     });
 }

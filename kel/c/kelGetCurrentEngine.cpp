@@ -2,11 +2,11 @@
 
 using kel::c::frame;
 using kel::c::require;
-using kel::c::require_index;
+using kel::c::requireIndex;
 
 extern "C" KEL_C_API void kelGetCurrentEngine(void* handle, char* engine_name) {
     frame(handle, [&](kel::MLEngine& e) {
         require(engine_name, "engine_name pointer is empty!");
-        kel::c::copy_out(e.getCurrentEngine(), engine_name);
+        kel::c::copyOut(e.getCurrentEngine(), engine_name);
     });
 }

@@ -2,11 +2,11 @@
 
 using kel::c::frame;
 using kel::c::require;
-using kel::c::require_index;
+using kel::c::requireIndex;
 
 extern "C" KEL_C_API void kelGetCurrentNetworkDevice(void* handle, char* device_name) {
     frame(handle, [&](kel::MLEngine& e) {
         require(device_name, "device_name pointer is empty!");
-        kel::c::copy_out(e.getCurrentNetworkDevice(), device_name);
+        kel::c::copyOut(e.getCurrentNetworkDevice(), device_name);
     });
 }

@@ -11,7 +11,7 @@ extern "C" KEL_C_API int kelGetDevicePropertyTypeGeneral(void* handle, void* val
         require(device, "device pointer is empty!");
         require(supported_property, "supported_property pointer is empty!");
         require(value, "value pointer is empty!");
-        const auto property = kel::c::verified_property(e, engine_name, device, supported_property, verify_type_id);
+        const auto property = kel::c::verifiedProperty(e, engine_name, device, supported_property, verify_type_id);
         switch (verify_type_id) {
             case 3: {
                 const std::uint64_t v = std::get<std::size_t>(property);

@@ -10,7 +10,7 @@ extern "C" KEL_C_API int kelGetDevicePropertyTypeID(void* handle, int* type_id, 
         require(device, "device pointer is empty!");
         require(supported_property, "supported_property pointer is empty!");
         require(type_id, "type_id pointer is empty!");
-        *type_id = kel::c::type_id_of(e.getDeviceProperty(engine_name, device, supported_property));
+        *type_id = kel::c::typeIdOf(e.getDeviceProperty(engine_name, device, supported_property));
         return 0;
     });
 }

@@ -11,10 +11,10 @@ extern "C" KEL_C_API int kelGetDevicePropertyTypeString(void* handle, int* value
         require(device, "device pointer is empty!");
         require(supported_property, "supported_property pointer is empty!");
         if (!value_length && !value) kel::raise("value_length and value pointers both empty!");
-        const auto property = kel::c::verified_property(e, engine_name, device, supported_property, verify_type_id);
+        const auto property = kel::c::verifiedProperty(e, engine_name, device, supported_property, verify_type_id);
         const std::string& text = std::get<std::string>(property);
-        if (value_length) *value_length = kel::c::length_of(text);
-        if (value) kel::c::copy_out(text, value);
+        if (value_length) *value_length = kel::c::lengthOf(text);
+        if (value) kel::c::copyOut(text, value);
         return 0;
     });
 }

@@ -12,7 +12,7 @@ extern "C" KEL_C_API int kelGetDevicePropertyTypeUnorderedMap_String_Float(
         require(supported_property, "supported_property pointer is empty!");
         if (!key_number && !key && !key_length && !value)
             kel::raise("key_number, key, key_length and value pointers both empty!");
-        const auto property = kel::c::verified_property(e, engine_name, device, supported_property, verify_type_id);
+        const auto property = kel::c::verifiedProperty(e, engine_name, device, supported_property, verify_type_id);
         const auto map = std::get<std::unordered_map<std::string, float>>(property);
         if (key_number) {
             *key_number = static_cast<int>(map.size());
@@ -25,9 +25,9 @@ extern "C" KEL_C_API int kelGetDevicePropertyTypeUnorderedMap_String_Float(
         if (index > static_cast<std::uint64_t>(map.size()) - 1)
             kel::raise("key_index value is {}, larger than {}!", key_index, static_cast<int>(map.size()) - 1);
         // An empty map passes the test above (size - 1 wraps): the checked access refuses it.
-        const std::string& name = kel::checked_index(keys, static_cast<std::size_t>(index));
-        if (key_length) *key_length = kel::c::length_of(name);
-        if (key) kel::c::copy_out(name, key);
+        const std::string& name = kel::checkedIndex(keys, static_cast<std::size_t>(index));
+        if (key_length) *key_length = kel::c::lengthOf(name);
+        if (key) kel::c::copyOut(name, key);
         if (value) *value = map.at(name);
         return 0;
     });

@@ -15,8 +15,8 @@ extern "C" KEL_C_API int kelGetDeviceSupportPropertiesByIndex(void* handle, int*
         const int last = static_cast<int>(names.size()) - 1;
         if (index > last) kel::raise("index value is {}, larger than {}!", index, last);
         const std::string& name = names[static_cast<std::size_t>(index)];
-        if (property_length) *property_length = kel::c::length_of(name);
-        if (property) kel::c::copy_out(name, property);
+        if (property_length) *property_length = kel::c::lengthOf(name);
+        if (property) kel::c::copyOut(name, property);
         return 0;
     });
 }

@@ -27,12 +27,12 @@ extern "C" KEL_C_API int kelGetEngineMutableProperties(void* handle, int* proper
                 kel::raise("key_index value is {}, less than {}!", key_index, last);
             for (const auto& entry : properties) keys.push_back(entry.first);
         }
-        const std::string& key = kel::checked_index(keys, static_cast<std::size_t>(key_index));
-        if (key_string_length) *key_string_length = kel::c::length_of(key);
-        if (key_string) kel::c::copy_out(key, key_string);
+        const std::string& key = kel::checkedIndex(keys, static_cast<std::size_t>(key_index));
+        if (key_string_length) *key_string_length = kel::c::lengthOf(key);
+        if (key_string) kel::c::copyOut(key, key_string);
         const std::string& value = properties.at(key);
-        if (value_string_length) *value_string_length = kel::c::length_of(value);
-        if (value_string) kel::c::copy_out(value, value_string);
+        if (value_string_length) *value_string_length = kel::c::lengthOf(value);
+        if (value_string) kel::c::copyOut(value, value_string);
         return 0;
     });
 }

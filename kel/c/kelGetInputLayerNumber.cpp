@@ -2,7 +2,7 @@
 
 using kel::c::frame;
 using kel::c::require;
-using kel::c::require_index;
+using kel::c::requireIndex;
 
 extern "C" KEL_C_API int kelGetInputLayerNumber(void* handle) {
     return frame(handle, -1, [&](kel::MLEngine& e) { return static_cast<int>(e.getInputLayerNames().size()); });

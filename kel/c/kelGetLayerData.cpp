@@ -2,7 +2,7 @@
 
 using kel::c::frame;
 using kel::c::require;
-using kel::c::require_index;
+using kel::c::requireIndex;
 
 extern "C" KEL_C_API void* kelGetLayerData(void* handle, const char* layer_name) {
     return frame(handle, static_cast<void*>(nullptr), [&](kel::MLEngine& e) {

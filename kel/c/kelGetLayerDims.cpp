@@ -2,7 +2,7 @@
 
 using kel::c::frame;
 using kel::c::require;
-using kel::c::require_index;
+using kel::c::requireIndex;
 
 extern "C" KEL_C_API void kelGetLayerDims(void* handle, const char* layer_name, uint64_t* dim_buffer,
                                           uint64_t* dim_length) {

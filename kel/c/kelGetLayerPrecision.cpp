@@ -2,7 +2,7 @@
 
 using kel::c::frame;
 using kel::c::require;
-using kel::c::require_index;
+using kel::c::requireIndex;
 
 extern "C" KEL_C_API void kelGetLayerPrecision(void* handle, const char* layer_name, uint64_t* precision_size,
                                                int* precision_length, char* precision) {
@@ -10,7 +10,7 @@ extern "C" KEL_C_API void kelGetLayerPrecision(void* handle, const char* layer_n
         require(layer_name, "layer_name pointer is empty!");
         const auto [name, size] = e.getLayerPrecision(layer_name);
         if (precision_size) *precision_size = size;
-        if (precision_length) *precision_length = kel::c::length_of(name);
-        if (precision) kel::c::copy_out(name, precision);
+        if (precision_length) *precision_length = kel::c::lengthOf(name);
+        if (precision) kel::c::copyOut(name, precision);
     });
 }

@@ -2,13 +2,13 @@
 
 using kel::c::frame;
 using kel::c::require;
-using kel::c::require_index;
+using kel::c::requireIndex;
 
 extern "C" KEL_C_API void kelGetNetworkDevice(void* handle, const char* identifier, char* engine_name) {
     frame(handle, [&](kel::MLEngine& e) {
         require(identifier, "identifier pointer is empty!");
         // The buffer receives a device name; hosts know its check by this text.
         require(engine_name, "engine_name pointer is empty!");
-        kel::c::copy_out(e.getNetworkDevice(identifier), engine_name);
+        kel::c::copyOut(e.getNetworkDevice(identifier), engine_name);
     });
 }

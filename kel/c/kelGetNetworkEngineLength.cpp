@@ -2,11 +2,11 @@
 
 using kel::c::frame;
 using kel::c::require;
-using kel::c::require_index;
+using kel::c::requireIndex;
 
 extern "C" KEL_C_API int kelGetNetworkEngineLength(void* handle, const char* identifier) {
     return frame(handle, -1, [&](kel::MLEngine& e) {
         require(identifier, "identifier pointer is empty!");
-        return kel::c::length_of(e.getNetworkEngine(identifier));
+        return kel::c::lengthOf(e.getNetworkEngine(identifier));
     });
 }

@@ -2,12 +2,12 @@
 
 using kel::c::frame;
 using kel::c::require;
-using kel::c::require_index;
+using kel::c::requireIndex;
 
 extern "C" KEL_C_API int kelGetSupportDeviceLength(void* handle, const char* engine_name, const int index) {
     return frame(handle, -1, [&](kel::MLEngine& e) {
         require(engine_name, "engine_name pointer is empty!");
-        require_index(index, kelGetSupportDeviceNumber(handle, engine_name));
-        return kel::c::length_of(e.getSupportedDevices(engine_name).at(index));
+        requireIndex(index, kelGetSupportDeviceNumber(handle, engine_name));
+        return kel::c::lengthOf(e.getSupportedDevices(engine_name).at(index));
     });
 }

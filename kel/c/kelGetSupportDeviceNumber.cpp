@@ -2,7 +2,7 @@
 
 using kel::c::frame;
 using kel::c::require;
-using kel::c::require_index;
+using kel::c::requireIndex;
 
 extern "C" KEL_C_API int kelGetSupportDeviceNumber(void* handle, const char* engine_name) {
     return frame(handle, -1, [&](kel::MLEngine& e) {

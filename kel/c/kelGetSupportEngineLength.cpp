@@ -2,11 +2,11 @@
 
 using kel::c::frame;
 using kel::c::require;
-using kel::c::require_index;
+using kel::c::requireIndex;
 
 extern "C" KEL_C_API int kelGetSupportEngineLength(void* handle, const int index) {
     return frame(handle, -1, [&](kel::MLEngine& e) {
-        require_index(index, kelGetSupportEngineNumber(handle));
-        return kel::c::length_of(e.getSupportedEngines().at(index));
+        requireIndex(index, kelGetSupportEngineNumber(handle));
+        return kel::c::lengthOf(e.getSupportedEngines().at(index));
     });
 }

@@ -2,7 +2,7 @@
 
 using kel::c::frame;
 using kel::c::require;
-using kel::c::require_index;
+using kel::c::requireIndex;
 
 extern "C" KEL_C_API void kelRemoveNetwork(void* handle, const char* network_id) {
     frame(handle, [&](kel::MLEngine& e) {

@@ -7,7 +7,7 @@ extern "C" KEL_C_API void kelVersion(void* handle, const char* engine_name, uint
         const std::string text = engine.version(engine_name ? engine_name : "");
         if (string_length) *string_length = text.size();
         if (version_string) {
-            kel::c::copy_out(text, version_string);
+            kel::c::copyOut(text, version_string);
             version_string[text.size()] = '\0';  // unlike kelSelfVersion, this one terminates
         }
     });

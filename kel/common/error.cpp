@@ -15,7 +15,7 @@ namespace kel {
 
 KELException::KELException(std::string message, std::source_location location)
     : location_(location) {
-    std::string text = location_text(location);
+    std::string text = locationText(location);
     text += '\n';
     text += message;
     text += '\n';
@@ -27,7 +27,7 @@ KELException::~KELException() = default;
 
 const char* KELException::what() const noexcept { return message_.c_str(); }
 
-std::string type_name(const std::type_info& type) {
+std::string typeName(const std::type_info& type) {
 #ifdef __GNUG__
     int status = 0;
     std::unique_ptr<char, void (*)(void*)> name(abi::__cxa_demangle(type.name(), nullptr, nullptr, &status),
@@ -37,7 +37,7 @@ std::string type_name(const std::type_info& type) {
     return type.name();
 }
 
-int stoi_checked(const std::string& text) {
+int stoiChecked(const std::string& text) {
     try {
         return std::stoi(text);
     } catch (const std::invalid_argument&) {

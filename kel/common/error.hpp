@@ -33,7 +33,7 @@ template <class... Args>
 }
 
 // A message composed at run time (a caught exception's text, for example).
-[[noreturn]] inline void raise_text(std::string message,
+[[noreturn]] inline void raiseText(std::string message,
                                     std::source_location loc = std::source_location::current()) {
     throw KELException(std::move(message), loc);
 }
@@ -44,42 +44,42 @@ inline constexpr const char* kOrderedMapKeyText = "invalid map<K, T> key";
 inline constexpr const char* kVectorSubscriptText = "invalid vector subscript";
 inline constexpr const char* kStoiText = "invalid stoi argument";
 
-struct bad_any_cast_text : std::bad_any_cast {
+struct badAnyCastText : std::bad_any_cast {
     const char* what() const noexcept override { return "Bad any_cast"; }
 };
 
 // Checked map lookup with the standard out-of-range text.
 template <class Map, class Key>
-auto& checked_at(Map& map, const Key& key, const char* text = kMapKeyText) {
+auto& checkedAt(Map& map, const Key& key, const char* text = kMapKeyText) {
     auto it = map.find(key);
     if (it == map.end()) throw std::out_of_range(text);
     return it->second;
 }
 
 template <class Vec>
-auto& checked_index(Vec& v, std::size_t i) {
+auto& checkedIndex(Vec& v, std::size_t i) {
     if (i >= v.size()) throw std::out_of_range(kVectorSubscriptText);
     return v[i];
 }
 
 // std::any_cast on a reference, failing with the fixed "Bad any_cast" text.
 template <class T>
-T& any_as(std::any& value) {
+T& anyAs(std::any& value) {
     T* p = std::any_cast<T>(&value);
-    if (!p) throw bad_any_cast_text();
+    if (!p) throw badAnyCastText();
     return *p;
 }
 template <class T>
-const T& any_as(const std::any& value) {
+const T& anyAs(const std::any& value) {
     const T* p = std::any_cast<T>(&value);
-    if (!p) throw bad_any_cast_text();
+    if (!p) throw badAnyCastText();
     return *p;
 }
 
 // A type's name as a reader would write it ("int*"), for messages.
-std::string type_name(const std::type_info& type);
+std::string typeName(const std::type_info& type);
 
 // std::stoi with the fixed texts for both of its failures.
-int stoi_checked(const std::string& text);
+int stoiChecked(const std::string& text);
 
 }  // namespace kel

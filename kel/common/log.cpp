@@ -6,7 +6,7 @@
 
 namespace kel {
 
-std::string location_text(const std::source_location& loc) {
+std::string locationText(const std::source_location& loc) {
     return fmt::format("{}:{}", loc.file_name(), loc.line());
 }
 

@@ -7,7 +7,7 @@
 namespace kel {
 
 // "<file>:<line>", the location text shared by exceptions, warnings and log tags.
-std::string location_text(const std::source_location& loc);
+std::string locationText(const std::source_location& loc);
 
 // Writes "[<file>:<line>] : (KEL Warning) <text>" to standard error and, when one is
 // installed, to the log callback. Never throws; the text is consumed.

@@ -25,11 +25,11 @@ void adviseOnNativeModels(const LogCallback& log, const std::string& networkIden
 
     if (modelFiles.size() == 1) {
         const std::string name = utils::pathToString(modelFiles[0]);
-        // Asked only for the native names: a creation should not pay a file-system query
-        // (slow on a machine just back from idle) for advice it never gives.
-        const auto kind = [&] { return std::filesystem::status(modelFiles[0]); };
-        if ((endsWith(name, ".mlmodel") && std::filesystem::is_regular_file(kind())) ||
-            (endsWith(name, ".mlpackage") && std::filesystem::is_directory(kind()))) {
+        // One status query whatever the name: a failure other than "not found" is the
+        // file system's error, for every single path.
+        const std::filesystem::file_status kind = std::filesystem::status(modelFiles[0]);
+        if ((endsWith(name, ".mlmodel") && std::filesystem::is_regular_file(kind)) ||
+            (endsWith(name, ".mlpackage") && std::filesystem::is_directory(kind))) {
             std::string text = fmt::format(
                 "[{}] would create by {}Not recommend use native engine model for Release production. "
                 "Please use converted \".mlmodelc\" directory for Release. (Could put it in function "
@@ -38,7 +38,7 @@ void adviseOnNativeModels(const LogCallback& log, const std::string& networkIden
             warn(log, text);
             return;
         }
-        if (endsWith(name, ".mlmodelc") && std::filesystem::is_directory(kind())) return;
+        if (endsWith(name, ".mlmodelc") && std::filesystem::is_directory(kind)) return;
     }
     std::string text = fmt::format(
         "[{}] would create by {}Not recommend use native engine model for Release production. Please "

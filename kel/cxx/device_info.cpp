@@ -1,4 +1,5 @@
 #include "kel/cxx/device_info.hpp"
+#include "kel/cxx/test_hooks.hpp"
 
 #include <thread>
 

@@ -26,8 +26,4 @@ void startOnce();
 // Gathers one device class; the default asks kel::utils::GetDeviceInfo.
 using Gatherer = std::function<std::vector<DeviceDriverInfo>(const std::string& deviceClass)>;
 
-// Test seam: forget what was gathered and gather again on a new thread with the given
-// gatherer (the default one when empty).
-void restartForTesting(Gatherer gatherer);
-
 }  // namespace kel::device_info

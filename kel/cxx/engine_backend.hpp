@@ -76,28 +76,10 @@ struct EngineRegistration {
 template <class Backend>
 EngineRegistration engineRegistration(std::string name) {
     return {std::move(name), [] { return std::any(Backend()); },
-            [](std::any& held) -> EngineBackend& { return any_as<Backend>(held); }};
+            [](std::any& held) -> EngineBackend& { return anyAs<Backend>(held); }};
 }
 
 // The engines each new MLEngine constructs, in this order (MLEngine.cpp).
 std::vector<EngineRegistration>& engineRegistry();
-
-// One more engine for the engines constructed while this object lives. Register before
-// creating engines, from one thread.
-class ScopedEngineRegistration {
-public:
-    explicit ScopedEngineRegistration(EngineRegistration registration) : name_(registration.name) {
-        engineRegistry().push_back(std::move(registration));
-    }
-    ~ScopedEngineRegistration() {
-        auto& registry = engineRegistry();
-        std::erase_if(registry, [this](const EngineRegistration& r) { return r.name == name_; });
-    }
-    ScopedEngineRegistration(const ScopedEngineRegistration&) = delete;
-    ScopedEngineRegistration& operator=(const ScopedEngineRegistration&) = delete;
-
-private:
-    std::string name_;
-};
 
 }  // namespace kel

@@ -56,7 +56,7 @@ struct KEL_HIDDEN MLEngine::Impl {
         return it == backends.end() ? nullptr : it->second;
     }
     // The back-end of a name the caller has checked, with the standard out-of-range failure.
-    EngineBackend& backend(const std::string& name) const { return *checked_at(backends, name); }
+    EngineBackend& backend(const std::string& name) const { return *checkedAt(backends, name); }
 
     // The steps every createNetwork form shares once its own checks have passed.
     template <class Source>
@@ -70,8 +70,8 @@ struct KEL_HIDDEN MLEngine::Impl {
     EngineBackend& currentBackend(bool requireNetwork = true,
                                   std::source_location caller = std::source_location::current()) {
         if (requireNetwork && current_network.empty())
-            raise_text("Please Create a network with craeteNetwork API first.", caller);
-        return *checked_at(networks, current_network).backend;
+            raiseText("Please Create a network with craeteNetwork API first.", caller);
+        return *checkedAt(networks, current_network).backend;
     }
 };
 

@@ -3,7 +3,7 @@
 namespace kel {
 
 std::string MLEngine::getCurrentEngine() {
-    return checked_at(impl_->networks, impl_->current_network).engine;
+    return checkedAt(impl_->networks, impl_->current_network).engine;
 }
 
 }  // namespace kel

@@ -40,7 +40,7 @@ struct PluginModelApi {
 
     template <class Fn>
     static void resolve(const std::shared_ptr<void>& library, Fn& fn, const char* name) {
-        fn = reinterpret_cast<Fn>(utils::get_symbol(library, name));
+        fn = reinterpret_cast<Fn>(utils::getSymbol(library, name));
     }
 };
 
@@ -60,9 +60,11 @@ auto pluginCall(const char* name, Fn fn, Args... args) -> decltype(fn(args...)) 
 
 // A text handed out by length, then by a copy of exactly that many bytes.
 template <class Length, class Copy>
-std::string readText(Length&& length, Copy&& copy) {
+std::string readText(const char* what, Length&& length, Copy&& copy) {
     const int n = length();
-    std::string text(n > 0 ? static_cast<std::size_t>(n) : 0, '\0');
+    // No buffer fits a negative length: refused before the library writes anything.
+    if (n < 0) raise("Register plugin model reports a length of {} for its {}!", n, what);
+    std::string text(static_cast<std::size_t>(n), '\0');
     copy(text.data());
     return text;
 }
@@ -73,7 +75,7 @@ void MLEngine::registerModelAsInnerID(const std::string& innerModelIdentifier,
                                       const std::filesystem::path& library_path) {
     std::error_code ec;
     if (!std::filesystem::exists(library_path, ec))
-        raise_text("Register path " + utils::pathToString(library_path) + " not exists.");
+        raiseText("Register path " + utils::pathToString(library_path) + " not exists.");
     if (!utils::checkLibraryImage(library_path.wstring()))
         raise("register model file {} is not a valid shared library.", utils::pathToString(library_path));
     if (impl_->inner_models.count(innerModelIdentifier))
@@ -93,13 +95,15 @@ void MLEngine::registerModelAsInnerID(const std::string& innerModelIdentifier,
 
     const int engines = pluginCall("kelModelGetEngineNumber", api.engineNumber, raw);
     if (engines != 1) raise("Register plugin model have {} engines! Only 1 engine is allowed here.", engines);
-    const std::string engine = readText([&] { return pluginCall("kelModelGetEngineNameLength", api.engineNameLength, raw, 0); },
-                                        [&](char* out) { pluginCall("kelModelGetEngineName", api.engineName, raw, out, 0); });
+    const std::string engine =
+        readText("engine name", [&] { return pluginCall("kelModelGetEngineNameLength", api.engineNameLength, raw, 0); },
+                 [&](char* out) { pluginCall("kelModelGetEngineName", api.engineName, raw, out, 0); });
     const int versions = pluginCall("kelModelGetVersionNumber", api.versionNumber, raw, engine.c_str());
     if (versions != 1)
         raise("Register plugin model have {} versions! Only 1 version is allowed here.", versions);
     const std::string version =
-        readText([&] { return pluginCall("kelModelGetVersionNameLength", api.versionNameLength, raw, engine.c_str(), 0); },
+        readText("version name",
+                 [&] { return pluginCall("kelModelGetVersionNameLength", api.versionNameLength, raw, engine.c_str(), 0); },
                  [&](char* out) { pluginCall("kelModelGetVersionName", api.versionName, raw, out, engine.c_str(), 0); });
 
     // Any engine name that contains the word counts as OpenVINO.

@@ -17,6 +17,6 @@ std::shared_ptr<void> load_shared_object(const std::wstring& path,
 
 // Address of the export called name; std::runtime_error when the handle is empty or the
 // library has no such export.
-void* get_symbol(const std::shared_ptr<void>& library, const std::string& name);
+void* getSymbol(const std::shared_ptr<void>& library, const std::string& name);
 
 }  // namespace kel::utils

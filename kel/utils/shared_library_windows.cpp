@@ -73,7 +73,7 @@ std::shared_ptr<void> load_shared_object(const std::wstring& path, const Library
     return std::shared_ptr<void>(handle, [](void* h) { FreeLibrary(static_cast<HMODULE>(h)); });
 }
 
-void* get_symbol(const std::shared_ptr<void>& library, const std::string& name) {
+void* getSymbol(const std::shared_ptr<void>& library, const std::string& name) {
     if (!library)
         throw std::runtime_error("shared_library_handle_object is empty. Please check load kel step.");
     FARPROC address = GetProcAddress(static_cast<HMODULE>(library.get()), name.c_str());

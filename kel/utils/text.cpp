@@ -47,7 +47,7 @@ std::u16string stringToUtf16(const std::string& text) {
 #else
 
 namespace {
-bool valid_code_point(char32_t c) { return c <= 0x10FFFF && (c < 0xD800 || c > 0xDFFF); }
+bool validCodePoint(char32_t c) { return c <= 0x10FFFF && (c < 0xD800 || c > 0xDFFF); }
 }  // namespace
 
 std::string wstringToString(const std::wstring& text) {
@@ -55,7 +55,7 @@ std::string wstringToString(const std::wstring& text) {
     out.reserve(text.size());
     for (wchar_t wc : text) {
         auto c = static_cast<char32_t>(wc);
-        if (!valid_code_point(c))
+        if (!validCodePoint(c))
             throw std::runtime_error("Failed to convert wstring to string (length calculation).");
         if (c < 0x80) {
             out += static_cast<char>(c);
@@ -93,7 +93,7 @@ std::wstring stringToWstring(const std::string& text) {
             c = (c << 6) | (s[i + k] & 0x3F);
         }
         static constexpr char32_t kMin[] = {0, 0, 0x80, 0x800, 0x10000};
-        if (c < kMin[len] || !valid_code_point(c))
+        if (c < kMin[len] || !validCodePoint(c))
             throw std::runtime_error("Failed to convert string to wstring (conversion).");
         out += static_cast<wchar_t>(c);
         i += len;

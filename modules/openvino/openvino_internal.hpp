@@ -73,14 +73,13 @@ struct vino_InferenceEngine {
 };
 
 inline VinoNetworkRecord& networkRecord(vino_InferenceEngine& engine, const std::string& networkIdentifier) {
-    return checked_at(engine.networks, networkIdentifier, kOrderedMapKeyText);
+    return checkedAt(engine.networks, networkIdentifier, kOrderedMapKeyText);
 }
 
 // --- bring-up (vino_bringup.cpp) ---------------------------------------------------
 
-// The directory of kel's own file, or the one a test put in its place (nullopt restores it).
+// The directory of kel's own file, or the one a test put in its place (vino_test_hooks.hpp).
 std::wstring getLibraryDirectory();
-void overrideLibraryDirectory(std::optional<std::wstring> directory);
 
 bool checkDynamicLibrary(const std::wstring& name, bool throwOnFailure);
 void bindRuntimeLibrary(const std::wstring& name);

@@ -96,7 +96,7 @@ VinoNetworkRecord& currentRecord(vino_InferenceEngine& engine) {
 }
 
 ov::InferRequest& currentRequest(VinoNetworkRecord& record) {
-    return checked_at(record.slots, record.slot_key, kOrderedMapKeyText).request;
+    return checkedAt(record.slots, record.slot_key, kOrderedMapKeyText).request;
 }
 
 // A dynamic layer whose dims nobody has given yet fails with the runtime's own text. An
@@ -307,7 +307,7 @@ openvino::openvino(openvino&& other) noexcept = default;
 openvino::~openvino() = default;
 
 vino_InferenceEngine& openvino::engine() {
-    if (!engine_) throw bad_any_cast_text();
+    if (!engine_) throw badAnyCastText();
     return *engine_;
 }
 
@@ -413,7 +413,7 @@ void openvino::setLayerData(const std::string& layer, std::any data, const std::
     if (!pointer)
         raise(" not support {} as data type! Support type: void* | const void* | uint8_t* | const uint8_t* | float* "
               "| const float* ",
-              type_name(data.type()));
+              typeName(data.type()));
     if (*pointer == nullptr) raise("data parameter is null.");
 
     // Bound, not copied: the layer's own element type, whatever the pointer's type says.
@@ -481,7 +481,7 @@ std::vector<std::string> openvino::getDeviceSupportProperties(const std::string&
     const std::vector<std::string> devices = getSupportedDevices();
     if (!contains(devices, device)) return {};
     const std::string family = device.find("GPU") != std::string::npos ? "GPU" : device;
-    return checked_at(devicePropertyTable(), family);
+    return checkedAt(devicePropertyTable(), family);
 }
 
 DevicePropertyValue openvino::getDeviceProperty(const std::string& device, const std::string& property) {

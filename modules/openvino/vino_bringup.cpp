@@ -12,6 +12,7 @@
 #include "kel/utils/platform.hpp"
 #include "kel/utils/text.hpp"
 #include "modules/openvino/openvino_internal.hpp"
+#include "modules/openvino/vino_test_hooks.hpp"
 
 namespace kel::vino {
 
@@ -63,7 +64,7 @@ bool checkDynamicLibrary(const std::wstring& name, bool throwOnFailure) {
     const std::wstring path = runtimeLibraryPath(name);
     if (std::filesystem::exists(std::filesystem::path(path)) && utils::checkLibraryImage(path)) return true;
     std::string message = notBesideKelText(name);
-    if (throwOnFailure) raise_text(std::move(message));
+    if (throwOnFailure) raiseText(std::move(message));
     std::cerr << message << std::endl;
     return false;
 }
@@ -72,7 +73,7 @@ bool checkDynamicLibrary(const std::wstring& name, bool throwOnFailure) {
 // its own) is refused with the check's text: with kel.dll linking it lazily, the alternative
 // is a failure inside the first call into it.
 void bindRuntimeLibrary(const std::wstring& name) {
-    if (!utils::bindLazilyLinkedLibrary(runtimeLibraryPath(name))) raise_text(notBesideKelText(name));
+    if (!utils::bindLazilyLinkedLibrary(runtimeLibraryPath(name))) raiseText(notBesideKelText(name));
 }
 
 // Log lines name the back-end by its chief file, the name hosts have always read in them;
@@ -90,7 +91,7 @@ void remove_xml(const std::filesystem::path& path) {
     // symlink_status: a link planted at the name is removed itself, never followed.
     if (!std::filesystem::exists(std::filesystem::symlink_status(path, ec))) return;
     std::filesystem::remove(path, ec);
-    if (ec) raise_text(ec.message());
+    if (ec) raiseText(ec.message());
 }
 
 std::string generateTempOVPluginsXML() {

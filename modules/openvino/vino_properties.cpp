@@ -9,6 +9,7 @@
 #include "kel/common/error.hpp"
 #include "kel/utils/text.hpp"
 #include "modules/openvino/openvino_internal.hpp"
+#include "modules/openvino/vino_test_hooks.hpp"
 
 namespace kel::vino {
 
@@ -73,7 +74,7 @@ ov::Any performanceMode(const std::string& text, const PropertyRule& rule) {
 int positiveNumber(const std::string& text, const PropertyRule& rule) {
     int n = 0;
     try {
-        n = stoi_checked(text);
+        n = stoiChecked(text);
     } catch (const std::exception& e) {
         refuseType(e, rule);
     }
@@ -85,10 +86,16 @@ ov::Any streams(const std::string& text, const PropertyRule& rule) {
     return ov::streams::Num(positiveNumber(text, rule));
 }
 
+std::optional<unsigned>& hardwareThreadsOverride() {
+    static std::optional<unsigned> count;
+    return count;
+}
+
 ov::Any threads(const std::string& text, const PropertyRule& rule) {
     const int n = positiveNumber(text, rule);
-    // 0 means the count is unknown; the runtime then has the last word.
-    const unsigned hardware = std::thread::hardware_concurrency();
+    // 0 means the machine's count is unknown: any positive count passes and the runtime has
+    // the last word, where comparing with 0 would refuse every count and leave the key unusable.
+    const unsigned hardware = hardwareThreadsOverride().value_or(std::thread::hardware_concurrency());
     if (hardware != 0 && static_cast<unsigned>(n) > hardware)
         refuse(rule, text, fmt::format("less than or equal to the number of hardware threads({})", hardware));
     return n;
@@ -136,6 +143,8 @@ std::string pathToUtf8(const std::filesystem::path& path) {
 }
 
 }  // namespace
+
+void overrideHardwareThreads(std::optional<unsigned> count) { hardwareThreadsOverride() = count; }
 
 const std::unordered_map<std::string, std::string>& PropertyTypeTable() {
     static const std::unordered_map<std::string, std::string> table = [] {
@@ -208,7 +217,7 @@ PropertyMap checkXPUProperties(vino_InferenceEngine& engine, const std::string& 
 
     auto read = [&](std::string_view key) {
         const auto it = copy.find(std::string(key));
-        return it == copy.end() ? std::string() : any_as<std::string>(it->second);
+        return it == copy.end() ? std::string() : anyAs<std::string>(it->second);
     };
     const std::string local = read(accelerator->localKey);
     std::string minimum = read(accelerator->minimumKey);
@@ -234,13 +243,13 @@ void setNetworkCacheDir(vino_InferenceEngine& engine, const std::string& network
     if (record.device == "CPU") return;
     std::filesystem::path directory = std::filesystem::temp_directory_path() / record.device / "ov-model-cache";
     if (auto it = properties.find("CACHE_DIR"); it != properties.end())
-        directory = any_as<std::filesystem::path>(it->second);
+        directory = anyAs<std::filesystem::path>(it->second);
     logMessage(engine, fmt::format("[{}] : createNetwork : [CACHE_DIR] is [{}]", makeLogTag(),
                                    utils::pathToString(directory)));
     try {
         std::filesystem::create_directories(directory);
     } catch (const std::filesystem::filesystem_error& e) {
-        raise_text(e.what());
+        raiseText(e.what());
     }
     record.core.set_property(ov::AnyMap{{ov::cache_dir.name(), pathToUtf8(directory)}});
 }
@@ -262,7 +271,7 @@ ov::AnyMap parseProperties(vino_InferenceEngine& engine, const std::string& netw
         if (it == properties.end()) continue;
         std::string text;
         try {
-            text = any_as<std::string>(it->second);
+            text = anyAs<std::string>(it->second);
         } catch (const std::exception& e) {
             refuseType(e, rule);
         }

@@ -298,7 +298,7 @@ void windows_ml::forgetFailedCreation(const std::string& network_id, const std::
 }
 
 std::string windows_ml::getNetworkDevice(const std::string& network_id) {
-    return checked_at(state_->networks, network_id).device;
+    return checkedAt(state_->networks, network_id).device;
 }
 
 std::vector<std::string> windows_ml::getInputLayerNames() {
@@ -350,7 +350,7 @@ void windows_ml::setLayerData(const std::string& layer, std::any data,
     if (!heldPointer(data, pointer))
         raise("not support {} as data type! Support type: void* | const void* | uint8_t* | "
               "const uint8_t* ",
-              type_name(data.type()));
+              typeName(data.type()));
     if (!pointer) raise("data is nullptr.");
 
     entry.data = pointer;

@@ -2,7 +2,7 @@
 #include <gtest/gtest.h>
 
 #include "kel/c/kel.h"
-#include "kel/cxx/engine_backend.hpp"
+#include "kel/cxx/test_hooks.hpp"
 #include "tests/support/support.hpp"
 
 namespace {

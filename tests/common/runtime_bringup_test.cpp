@@ -9,6 +9,7 @@
 #include "kel/cxx/MLEngine.hpp"
 #include "kel/utils/platform.hpp"
 #include "modules/openvino/openvino_internal.hpp"
+#include "modules/openvino/vino_test_hooks.hpp"
 #include "tests/support/models.hpp"
 
 using testing::HasSubstr;

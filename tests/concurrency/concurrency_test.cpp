@@ -7,7 +7,7 @@
 #include <memory>
 #include <thread>
 
-#include "kel/cxx/device_info.hpp"
+#include "kel/cxx/test_hooks.hpp"
 #include "tests/concurrency/road.hpp"
 
 namespace t = kel::test;

@@ -72,6 +72,7 @@ TEST(InnerModels, RefusedLibrariesLeaveNothingAndUnregisteringWaitsForTheLastNet
         {bad("weights_buffer"), "Register plugin model can not get the model1 buffer"},
         {bad("coreml"), "CoreML Not support "},
         {bad("empty_engine"), "Engine Name is empty from plugin model!"},
+        {bad("negative_length"), "Register plugin model reports a length of -1 for its engine name!"},
         // Its exception lives in its own image: turned into kel's before the library goes.
         {t::pluginLibrary("kel_pm_throwing"),
          "plugin model library function kelModelCreate threw an exception of unknown type."},
@@ -133,6 +134,10 @@ TEST(Networks, RegistryRulesAndTheirTexts) {
         {[&] { engine.createNetwork("OpenVINO", "n", "CPU", noFiles, {}); }, "model_files is empty! "},
         {[&] { engine.createNetwork("Onnx", "n", "CPU", none, {}); }, "Not support Onnx engine."},
     });
+    // The advice's status query fails for a name too long for the file system, whatever it ends with.
+    const std::vector<std::filesystem::path> tooLong{std::string(300, 'x') + ".xml"};
+    EXPECT_THAT(t::thrownText([&] { engine.createNetwork("OpenVINO", "n", "CPU", tooLong, {}); }),
+                testing::StartsWith("filesystem error: status: File name too long"));
     // One network on each engine; creation from files advises plugin models, naming every file.
     engine.registerModelAsInnerID("two_io", t::pluginLibrary("kel_pm_windowsml_two_io"));
     const auto advice = t::capturedStderr([&] { engine.createNetwork("OpenVINO", "net1", "CPU", t::staticIr(), {}); });

@@ -22,10 +22,12 @@ protected:
 
 // Files are read by the runtime itself (kel-run runs them); from buffers, kel picks the reader.
 TEST_F(OpenvinoNetworks, EveryModelFromBuffersGivesTheReferenceNumbers) {
-    // {model, device, model file, weights file}; an NPU without its driver runs on "AUTO".
+    // {model, device, model file, weights file}; an NPU without its driver runs on "AUTO". The
+    // passthrough's one tensor is named "x" and "y": its output is listed as "y", not as the input.
     const std::tuple<std::string, const char*, const char*, const char*> rows[] = {
         {"static", "CPU", "static.onnx", ""},       {"multi", "NPU", "multi.xml", "multi.bin"},
         {"types", "CPU", "types.xml", "types.bin"}, {"noweights", "CPU", "noweights.xml", ""},
+        {"passthrough", "CPU", "passthrough.xml", ""},
     };
     for (const auto& [model, device, file, weights] : rows) {
         std::vector<std::string> bytes{test::readFile(test::openvinoModel(file))};

@@ -4,9 +4,9 @@
 #include <gmock/gmock.h>
 
 #include <sstream>
-#include <thread>
 
 #include "modules/openvino/openvino_internal.hpp"
+#include "modules/openvino/vino_test_hooks.hpp"
 #include "tests/support/support.hpp"
 
 namespace kel::vino {
@@ -55,7 +55,6 @@ protected:
 };
 
 TEST_F(OpenvinoProperties, EachKeyReachesTheDevicesItIsForAndOldAcceleratorDriversMoveToAuto) {
-    const unsigned threads = std::thread::hardware_concurrency();
     const std::string all =
         "CACHE_DIR GPU_THROTTLE_HINT_LEVEL=LOW LOCAL_GPU_DRIVER_VERSION= LOCAL_NPU_DRIVER_VERSION= "
         "MIN_GPU_DRIVER_VERSION= MIN_NPU_DRIVER_VERSION= MULTI_DEVICE_PRIORITIES=CPU SOMETHING_ELSE";
@@ -82,9 +81,6 @@ TEST_F(OpenvinoProperties, EachKeyReachesTheDevicesItIsForAndOldAcceleratorDrive
         {"GPU.1", all + " DEVICE_PERFORMANCE_MODE=THROUGHPUT", "GPU.1: PERFORMANCE_HINT=THROUGHPUT"},
         {"AUTO", "RUNTIME_STREAMS_NUMBER=0",
          "RUNTIME_STREAMS_NUMBER property value [0] is not a supported value. The valid value is larger than 0."},
-        {"AUTO", fmt::format("INFERENCE_THREADS_NUMBER={}", threads + 1),
-         fmt::format("INFERENCE_THREADS_NUMBER property value [{}] is not a supported value. The valid value is "
-                     "less than or equal to the number of hardware threads({}).", threads + 1, threads)},
         {"AUTO", "GPU_THROTTLE_HINT_LEVEL=low",
          "GPU_THROTTLE_HINT_LEVEL property value [low] is not a supported value. The valid value is \"LOW\", "
          "\"MEDIUM\" or \"HIGH\"."},
@@ -95,6 +91,22 @@ TEST_F(OpenvinoProperties, EachKeyReachesTheDevicesItIsForAndOldAcceleratorDrive
          "Bad any_cast: DEVICE_PERFORMANCE_MODE type is std::string. Please check your property value type."},
     };
     for (const auto& [device, given, want] : rows) EXPECT_EQ(configure(device, given), want) << given;
+}
+
+TEST_F(OpenvinoProperties, ThreadsAreBoundedByTheMachinesCountWhereItIsKnown) {
+    // {hardware threads, 0 for unknown; INFERENCE_THREADS_NUMBER; what creation makes of it}
+    const std::tuple<unsigned, const char*, std::string> rows[] = {
+        {4, "4", "AUTO: INFERENCE_NUM_THREADS=4"},
+        {4, "5",
+         "INFERENCE_THREADS_NUMBER property value [5] is not a supported value. The valid value is less than or "
+         "equal to the number of hardware threads(4)."},
+        {0, "4096", "AUTO: INFERENCE_NUM_THREADS=4096"},
+    };
+    for (const auto& [hardware, given, want] : rows) {
+        overrideHardwareThreads(hardware);
+        EXPECT_EQ(configure("AUTO", std::string("INFERENCE_THREADS_NUMBER=") + given), want) << hardware;
+    }
+    overrideHardwareThreads(std::nullopt);
 }
 
 TEST_F(OpenvinoProperties, Sse42IsRequiredOnlyForProcessorCompilation) {

@@ -7,7 +7,7 @@
 #include <thread>
 
 #include "kel/cxx/MLEngine.hpp"
-#include "kel/cxx/device_info.hpp"
+#include "kel/cxx/test_hooks.hpp"
 #include "kel/utils/device_enumerator.hpp"
 #include "kel/utils/device_info.hpp"
 #include "tests/support/support.hpp"

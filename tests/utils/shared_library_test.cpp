@@ -9,7 +9,7 @@
 namespace {
 
 namespace fs = std::filesystem;
-using kel::utils::get_symbol;
+using kel::utils::getSymbol;
 using kel::utils::load_shared_object;
 
 const fs::path kPlugin = kel::test::pluginLibrary("kel_pm_openvino_static");
@@ -36,7 +36,7 @@ TEST(LoadSharedObject, LoadsByPathOnlyAndRefusesWithItsTexts) {
         {[&] { load_shared_object(L"./libkel_copy.so", failing); },
          "Cannot load library './libkel_copy.so': /nonexistent/x.so: cannot open shared object file: No such file "
          "or directory" + cwd},
-        {[&] { get_symbol(library, "kel_no_such_export"); },
+        {[&] { getSymbol(library, "kel_no_such_export"); },
          "GetProcAddress cannot locate method 'kel_no_such_export': " + kPlugin.string() +
              ": undefined symbol: kel_no_such_export"},
     };

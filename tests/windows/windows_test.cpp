@@ -123,7 +123,7 @@ TEST(Loader, UsesTheDllsDirectoryAsTheDllDirectoryAndRefusesWithItsTexts) {
         });
         EXPECT_EQ(during, programDir().wstring());
         EXPECT_EQ(dllDirectory(), before ? before : L"");
-        EXPECT_NE(kel::utils::get_symbol(library, "kelModelCreate"), nullptr);
+        EXPECT_NE(kel::utils::getSymbol(library, "kelModelCreate"), nullptr);
     }
     SetDllDirectoryW(nullptr);
 
@@ -137,9 +137,9 @@ TEST(Loader, UsesTheDllsDirectoryAsTheDllDirectoryAndRefusesWithItsTexts) {
          (dir / "text.dll").string() + " file is not a valid DLL. load_shared_object failed."},
         {[&] { kel::utils::load_shared_object(kPlugin.wstring(), failing); },  // ERROR_MOD_NOT_FOUND
          "Cannot load library '" + kPlugin.string() + "': 126 from cwd: " + fs::current_path().string()},
-        {[&] { kel::utils::get_symbol(library, "noSuchExport"); },
+        {[&] { kel::utils::getSymbol(library, "noSuchExport"); },
          "GetProcAddress cannot locate method 'noSuchExport': 127"},
-        {[] { kel::utils::get_symbol(nullptr, "kelModelCreate"); },
+        {[] { kel::utils::getSymbol(nullptr, "kelModelCreate"); },
          "shared_library_handle_object is empty. Please check load kel step."},
     };
     for (const auto& [call, text] : cases) EXPECT_EQ(thrownText(call), text);

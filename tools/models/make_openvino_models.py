@@ -165,6 +165,16 @@ def wide_model():
     save_ir(ov.Model([result(ops.relu(x), "activated")], [x], "wide"), "wide", keep_bin=False)
 
 
+def passthrough_model():
+    # An input handed straight out: one tensor, known as the input "x" and the output "y".
+    x = param("x", np.float32, [2, 3])
+    x.output(0).get_tensor().set_names({"x", "y"})
+    save_ir(ov.Model([ops.result(x)], [x], "passthrough"), "passthrough", keep_bin=False)
+    data = np.arange(6, dtype=np.float32).reshape(2, 3)
+    store("passthrough", "in", "x", data)
+    store("passthrough", "out", "y", data)
+
+
 def main():
     OUT.mkdir(parents=True, exist_ok=True)
     for old in OUT.iterdir():
@@ -176,6 +186,7 @@ def main():
     types_model()
     noweights_model()
     wide_model()
+    passthrough_model()
     (OUT / "manifest.txt").write_text("\n".join(manifest) + "\n")
 
 
