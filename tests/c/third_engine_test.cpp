@@ -1,42 +1,89 @@
 // A third engine is one class and one registration line, and hosts reach it like the two built in.
 #include <gtest/gtest.h>
 
+#include <map>
+
 #include "kel/c/kel.h"
 #include "kel/cxx/test_hooks.hpp"
 #include "tests/support/support.hpp"
 
 namespace {
 
-// Doubles its one input "x" into its one output "y"; every network is the same.
+// Doubles its one input "x" into its one output "y"; every network is the same, so it takes
+// no inner models. Like the two built in, it refuses unknown layers and payloads, keeps each
+// network's bindings, and infer works on the memory bound to the layers when it runs.
 class Doubler final : public kel::EngineBackend {
     using Text = const std::string&;
     using Props = const kel::PropertyMap&;
 
+    // A network's layers "x" and "y": the host's memory once bound, else the engine's own.
+    struct Network {
+        const void* bound[2] = {};
+        float own[2] = {};
+    };
+    std::map<std::string, Network> networks;  // map nodes stay put: `own` is handed out
+    std::string current;
+
+    int slot(Text layer) {
+        if (layer == "x") return 0;
+        if (layer == "y") return 1;
+        kel::raise("{} is not found in input and output layers.", layer);
+    }
+    float* memory(Text layer) {
+        Network& network = networks.at(current);
+        const int i = slot(layer);
+        return network.bound[i] ? static_cast<float*>(const_cast<void*>(network.bound[i])) : &network.own[i];
+    }
+    void create(Text id) {
+        networks[id] = {};
+        current = id;
+    }
+
 public:
-    void createNetwork(Text, Text, Text, Props) override {}
-    void createNetwork(Text, Text, const std::vector<kel::ModelBuffer>&, Props) override {}
-    void createNetwork(Text, Text, const std::vector<std::filesystem::path>&, Props) override {}
-    void removeNetwork(Text) override {}
-    void switchNetwork(Text) override {}
+    void createNetwork(Text, Text, Text inner, Props) override {
+        kel::raise("{} is not a supported plugin model id.", inner);
+    }
+    void createNetwork(Text id, Text, const std::vector<kel::ModelBuffer>&, Props) override { create(id); }
+    void createNetwork(Text id, Text, const std::vector<std::filesystem::path>&, Props) override { create(id); }
+    void removeNetwork(Text id) override { networks.erase(id); }
+    void switchNetwork(Text id) override {
+        if (networks.contains(id)) current = id;
+    }
     std::string getNetworkDevice(Text) override { return "CPU"; }
-    void registerModelAsInnerID(Text, const std::vector<kel::ModelBuffer>&) override {}
+    void registerModelAsInnerID(Text, const std::vector<kel::ModelBuffer>&) override {
+        kel::raise("Doubler takes no inner models.");
+    }
     void unregisterInnerID(Text) override {}
     std::vector<std::string> getModelInnerIDs() override { return {}; }
     std::vector<std::string> getInputLayerNames() override { return {"x"}; }
     std::vector<std::string> getOutputLayerNames() override { return {"y"}; }
-    void setLayerData(Text layer, std::any data, const std::vector<std::uint64_t>&) override {
-        if (layer == "x") in = *static_cast<const float*>(std::any_cast<const void*>(data));
+    void setLayerData(Text layer, std::any data, const std::vector<std::uint64_t>& dims) override {
+        const void* p = nullptr;
+        if (auto* q = std::any_cast<const void*>(&data)) p = *q;
+        else if (auto* q = std::any_cast<void*>(&data)) p = *q;
+        else if (auto* q = std::any_cast<const std::uint8_t*>(&data)) p = *q;
+        else if (auto* q = std::any_cast<std::uint8_t*>(&data)) p = *q;
+        else kel::raise("not support {} as data type!", kel::typeName(data.type()));
+        if (!p || dims.empty()) kel::raise("data or data_dims is empty.");
+        networks.at(current).bound[slot(layer)] = p;
     }
-    void* getLayerData(Text) override { return &out; }
-    const std::vector<std::uint64_t> getLayerDims(Text) override { return {1}; }
-    std::tuple<std::string, std::uint64_t> getLayerPrecision(Text) override { return {"FP32", 4}; }
-    void infer() override { out = 2 * in; }
+    void* getLayerData(Text layer) override { return memory(layer); }
+    const std::vector<std::uint64_t> getLayerDims(Text layer) override {
+        slot(layer);
+        return {1};
+    }
+    std::tuple<std::string, std::uint64_t> getLayerPrecision(Text layer) override {
+        slot(layer);
+        return {"FP32", 4};
+    }
+    void infer() override { *memory("y") = 2 * *memory("x"); }
     std::vector<std::string> getSupportedDevices() override { return {"CPU"}; }
     std::unordered_map<std::string, std::string> getEngineMutableProperties() override { return {}; }
     std::string version() override { return "1.0.0"; }
-    kel::DevicePropertyValue getDeviceProperty(Text, Text) override { return std::unordered_map<std::string, float>{}; }
-
-    float in = 0, out = 0;
+    kel::DevicePropertyValue getDeviceProperty(Text device, Text property) override {
+        if (device == "CPU" && property == "M") return std::unordered_map<std::string, float>{};
+        return {};
+    }
 };
 
 TEST(ThirdEngine, OneClassAndOneRegistrationLineReachTheFlatInterface) {

@@ -126,11 +126,14 @@ TEST_F(OpenvinoNetworks, DynamicLayersTakeTheHostsDims) {
     }
 }
 
-TEST_F(OpenvinoNetworks, DevicesAreAutoFirstAndUnknownPropertiesAreNothing) {
+TEST_F(OpenvinoNetworks, DevicesAreAutoFirstUnknownPropertiesAreNothingAndNoStateIsABadCast) {
     EXPECT_EQ(backend.getSupportedDevices().front(), "AUTO");
     // Not listed by the device, or no such device: nothing, not an error.
     for (const auto& [device, property] : {std::pair{"CPU", "DEVICE_GOPS"}, std::pair{"GPU.3", "FULL_DEVICE_NAME"}})
         EXPECT_TRUE(std::holds_alternative<std::monostate>(backend.getDeviceProperty(device, property)));
+    // An engine without state (moved from) fails as a cast of its state would.
+    const openvino taken(std::move(backend));
+    EXPECT_EQ(test::thrownText([&] { backend.getSupportedDevices(); }), "Bad any_cast");
 }
 
 }  // namespace

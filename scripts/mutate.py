@@ -1,0 +1,238 @@
+#!/usr/bin/env python3
+"""A sampled mutation campaign over kel's library sources (kel/, modules/).
+
+universalmutator makes the mutants, each one small change to one file. A mutant is built in a
+copy of the tree (build-mutate/), and, when it compiles to other code than the original, the
+plain suite runs against it and stops at its first failure: a failure kills the mutant; a
+green suite lets it survive. A mutant whose object file is byte-identical to the original's
+is equivalent (the compiler made the same code) and is not run.
+
+Sampling is stratified by file with a fixed seed: each file's share of the sample follows its
+share of all mutants, at least one each; within a file the mutants are taken in a seeded
+random order, a mutant that does not compile is dropped and the next one taken, so the sample
+is of compiled mutants. Results are kept in build-mutate/<part>/results.jsonl, so a campaign can
+be stopped and resumed, or spread over runs with --shard K/N; report.md is written from them.
+
+The Windows part (--windows) mutates the Windows-only files in the MSVC-ABI build and runs its
+tests under Wine (tests/windows/run.sh).
+"""
+import argparse
+import difflib
+import filecmp
+import glob
+import hashlib
+import json
+import os
+import random
+import shutil
+import subprocess
+import sys
+import time
+
+ROOT = os.path.dirname(os.path.dirname(os.path.abspath(__file__)))
+WINDOWS_ONLY = ("_windows.cpp", "/platform_winrt.cpp")
+LINUX_ONLY = ("_linux.cpp", "/platform_onnxruntime.cpp")
+
+
+def sh(cmd, cwd=None, timeout=None, log=None):
+    """Exit code of a shell command (124 for a time-out); output to `log` or nowhere."""
+    out = open(log, "w") if log else subprocess.DEVNULL
+    try:
+        return subprocess.run(cmd, shell=True, cwd=cwd, stdout=out, stderr=subprocess.STDOUT,
+                              timeout=timeout).returncode
+    except subprocess.TimeoutExpired:
+        return 124
+    finally:
+        if log:
+            out.close()
+
+
+def sources(windows, only):
+    files = subprocess.check_output(["git", "ls-files", "kel", "modules"], cwd=ROOT, text=True).split()
+    files = [f for f in files if f.endswith((".cpp", ".hpp"))]
+    if only:
+        files = [f for f in files if f in only]
+    if windows:
+        return [f for f in files if f.endswith(WINDOWS_ONLY)]
+    return [f for f in files if not f.endswith(WINDOWS_ONLY)]
+
+
+def changed_line(original, mutant):
+    """(line number, original text, mutated text) of a mutant's one change."""
+    a, b = open(original).read().splitlines(), open(mutant).read().splitlines()
+    for tag, i1, i2, j1, j2 in difflib.SequenceMatcher(None, a, b, autojunk=False).get_opcodes():
+        if tag != "equal":
+            return i1 + 1, " / ".join(a[i1:i2]).strip(), " / ".join(b[j1:j2]).strip()
+    return 0, "", ""
+
+
+def worth_building(original, mutant):
+    """False for changes to comments, blank or preprocessor lines, which cannot matter."""
+    _, before, after = changed_line(original, mutant)
+    return not (before.startswith(("//", "#", "/*", "*")) or (not before and after in ("break;", "continue;")))
+
+
+def generate(part_dir, tool, files):
+    """{file: [mutant paths]}, made once per version of each file."""
+    table = {}
+    for f in files:
+        digest = hashlib.sha256(open(os.path.join(ROOT, f), "rb").read()).hexdigest()[:16]
+        out = os.path.join(part_dir, "mutants", f.replace("/", "__") + "." + digest)
+        if not os.path.isdir(out):
+            tmp = out + ".tmp"
+            shutil.rmtree(tmp, ignore_errors=True)
+            os.makedirs(tmp)
+            sh(f"{tool} {os.path.join(ROOT, f)} cpp --noCheck --mutantDir {tmp}", cwd=tmp)
+            os.rename(tmp, out)
+        mutants = sorted(glob.glob(os.path.join(out, "*.mutant.*")),
+                         key=lambda p: int(p.rsplit(".mutant.", 1)[1].split(".")[0]))
+        table[f] = [m for m in mutants if worth_building(os.path.join(ROOT, f), m)]
+    return table
+
+
+def plan(table, size, seed):
+    """Per file, its quota and its mutants in seeded order; quotas follow the files' shares."""
+    total = sum(len(m) for m in table.values()) or 1
+    rng = random.Random(seed)
+    order = {}
+    for f in sorted(table):
+        mutants = list(table[f])
+        rng.shuffle(mutants)
+        quota = max(1, round(size * len(mutants) / total)) if mutants else 0
+        order[f] = (quota, mutants)
+    return order
+
+
+def main():
+    p = argparse.ArgumentParser(description=__doc__, formatter_class=argparse.RawDescriptionHelpFormatter)
+    p.add_argument("--sample", type=int, help="compiled mutants to run (default 240, Windows 30)")
+    p.add_argument("--seed", type=int, default=20261124)
+    p.add_argument("--shard", default="1/1", help="K/N: run the K-th of N slices of the files")
+    p.add_argument("--timeout", type=int, default=600, help="seconds per mutant's suite")
+    p.add_argument("--windows", action="store_true", help="the Windows-only files, under Wine")
+    p.add_argument("--files", nargs="*", help="only these sources (paths from the repository top)")
+    p.add_argument("--report-only", action="store_true", help="write the report from the results so far")
+    a = p.parse_args()
+    size = a.sample or (30 if a.windows else 240)
+    k, n = (int(x) for x in a.shard.split("/"))
+    part = "windows" if a.windows else "linux"
+    part_dir = os.path.join(ROOT, "build-mutate", part)
+    src, build = os.path.join(part_dir, "src"), os.path.join(part_dir, "build")
+    results_path = os.path.join(part_dir, "results.jsonl")
+    os.makedirs(part_dir, exist_ok=True)
+    done = {}
+    if os.path.exists(results_path):
+        for line in open(results_path):
+            r = json.loads(line)
+            done[r["mutant"]] = r
+    if a.report_only:
+        report(part_dir, done, size, a.seed)
+        return
+
+    tool = os.environ["KEL_MUTATE_TOOL"]
+    files = sources(a.windows, a.files)
+    table = generate(part_dir, tool, files)
+    order = plan(table, size, a.seed)
+    mine = [f for i, f in enumerate(sorted(order)) if i % n == k - 1]
+
+    # A copy of the tree, built once; each mutant then rebuilds what it touches.
+    if not os.path.isdir(src):
+        os.makedirs(src)
+        tracked = subprocess.check_output(["git", "ls-files"], cwd=ROOT, text=True).split("\n")
+        for f in filter(None, tracked):
+            os.makedirs(os.path.dirname(os.path.join(src, f)) or src, exist_ok=True)
+            shutil.copy2(os.path.join(ROOT, f), os.path.join(src, f))
+        shutil.copy2(os.path.join(ROOT, ".deps.cmake"), src)
+    for f in files:  # the copy follows the tree's current sources
+        if not filecmp.cmp(os.path.join(ROOT, f), os.path.join(src, f), shallow=False):
+            shutil.copy2(os.path.join(ROOT, f), os.path.join(src, f))
+    if a.windows:
+        configure = f"cmake -S {src} -B {build} -G Ninja -DCMAKE_TOOLCHAIN_FILE={src}/cmake/clang-cl-x86_64.cmake"
+        suite = f"bash {src}/tests/windows/run.sh {build}"
+    else:
+        configure = f"cmake -S {src} -B {build} -G Ninja -DCMAKE_BUILD_TYPE=Release"
+        # In the order the tests are declared, fast unit suites first, so a kill comes early.
+        suite = f"rm -f Testing/Temporary/CTestCostData.txt && ctest -j 2 --stop-on-failure --timeout {a.timeout}"
+    if sh(configure, log=os.path.join(part_dir, "configure.log")) != 0 or \
+            sh(f"ninja -C {build}", log=os.path.join(part_dir, "build.log")) != 0:
+        sys.exit(f"the unmutated copy does not build; see {part_dir}/build.log")
+    baseline = os.path.join(part_dir, "baseline")
+    if sh(suite, cwd=build, log=baseline + ".log") != 0:
+        sys.exit(f"the suite fails on the unmutated copy; see {baseline}.log")
+    objects = {}
+    for f in files:
+        found = glob.glob(os.path.join(build, "CMakeFiles", "kel_internal.dir", f + ".o*"))
+        if found and f.endswith(".cpp"):
+            objects[f] = found[0]
+            shutil.copy2(found[0], os.path.join(part_dir, f.replace("/", "__") + ".o"))
+
+    log_dir = os.path.join(part_dir, "logs")
+    os.makedirs(log_dir, exist_ok=True)
+    with open(results_path, "a") as results:
+        for f in mine:
+            quota, mutants = order[f]
+            taken = sum(1 for r in done.values() if r["file"] == f and r["status"] != "uncompiled")
+            original = os.path.join(src, f)
+            saved = open(original, "rb").read()
+            for m in mutants:
+                if taken >= quota:
+                    break
+                key = os.path.relpath(m, part_dir)
+                if key in done:
+                    continue
+                line, before, after = changed_line(os.path.join(ROOT, f), m)
+                started = time.time()
+                shutil.copy2(m, original)
+                os.utime(original)
+                status = None
+                try:
+                    if f in objects:
+                        target = os.path.relpath(objects[f], build)
+                        if sh(f"ninja -C {build} {target}") != 0:
+                            status = "uncompiled"
+                        elif filecmp.cmp(objects[f], os.path.join(part_dir, f.replace("/", "__") + ".o"), shallow=False):
+                            status = "equivalent"
+                    if status is None and sh(f"ninja -C {build} -k 1") != 0:
+                        status = "uncompiled"
+                    if status is None:
+                        rc = sh(f"timeout {a.timeout + 60} bash -c '{suite}'", cwd=build,
+                                log=os.path.join(log_dir, key.replace("/", "__") + ".log"))
+                        status = "timeout" if rc == 124 else "killed" if rc != 0 else "survived"
+                finally:
+                    open(original, "wb").write(saved)
+                    os.utime(original)
+                r = {"mutant": key, "file": f, "line": line, "before": before, "after": after,
+                     "status": status, "seconds": round(time.time() - started, 1)}
+                done[key] = r
+                results.write(json.dumps(r) + "\n")
+                results.flush()
+                if status != "uncompiled":
+                    taken += 1
+                print(f"[mutate] {status:10} {f}:{line}  {after[:80]}", flush=True)
+    # Leave the copy built from the original sources.
+    sh(f"ninja -C {build}")
+    report(part_dir, done, size, a.seed)
+
+
+def report(part_dir, done, size, seed):
+    rows = list(done.values())
+    count = {s: sum(1 for r in rows if r["status"] == s)
+             for s in ("killed", "timeout", "survived", "equivalent", "uncompiled")}
+    ran = count["killed"] + count["timeout"] + count["survived"]
+    score = 100.0 * (count["killed"] + count["timeout"]) / ran if ran else 0.0
+    lines = [f"# Mutation report ({os.path.basename(part_dir)}), {time.strftime('%Y-%m-%d')}", "",
+             f"Sample: {size} compiled mutants asked for, seed {seed}.", "",
+             "| killed | timed out | survived | equivalent (same object code) | not compiled | score |",
+             "|---|---|---|---|---|---|",
+             f"| {count['killed']} | {count['timeout']} | {count['survived']} | {count['equivalent']} | "
+             f"{count['uncompiled']} | {score:.1f} % of {ran} |", "", "## Survivors", ""]
+    for r in sorted((r for r in rows if r["status"] == "survived"), key=lambda r: (r["file"], r["line"])):
+        lines.append(f"- `{r['file']}:{r['line']}`: `{r['before']}` became `{r['after']}`")
+    path = os.path.join(part_dir, "report.md")
+    open(path, "w").write("\n".join(lines) + "\n")
+    print("\n".join(lines[:8]))
+    print(f"[mutate] report: {path}")
+
+
+if __name__ == "__main__":
+    main()
