@@ -166,52 +166,61 @@ def main():
             objects[f] = found[0]
             shutil.copy2(found[0], os.path.join(part_dir, f.replace("/", "__") + ".o"))
 
-    log_dir = os.path.join(part_dir, "logs")
-    os.makedirs(log_dir, exist_ok=True)
+    os.makedirs(os.path.join(part_dir, "logs"), exist_ok=True)
+    # Round by round, one more mutant of each file still under its quota, so that a campaign
+    # stopped early has sampled every file alike.
+    taken = {f: sum(1 for r in done.values() if r["file"] == f and r["status"] != "uncompiled") for f in mine}
+    pending = {f: [m for m in order[f][1] if os.path.relpath(m, part_dir) not in done] for f in mine}
     with open(results_path, "a") as results:
-        for f in mine:
-            quota, mutants = order[f]
-            taken = sum(1 for r in done.values() if r["file"] == f and r["status"] != "uncompiled")
-            original = os.path.join(src, f)
-            saved = open(original, "rb").read()
-            for m in mutants:
-                if taken >= quota:
-                    break
-                key = os.path.relpath(m, part_dir)
-                if key in done:
-                    continue
-                line, before, after = changed_line(os.path.join(ROOT, f), m)
-                started = time.time()
-                shutil.copy2(m, original)
-                os.utime(original)
-                status = None
-                try:
-                    if f in objects:
-                        target = os.path.relpath(objects[f], build)
-                        if sh(f"ninja -C {build} {target}") != 0:
-                            status = "uncompiled"
-                        elif filecmp.cmp(objects[f], os.path.join(part_dir, f.replace("/", "__") + ".o"), shallow=False):
-                            status = "equivalent"
-                    if status is None and sh(f"ninja -C {build} -k 1") != 0:
-                        status = "uncompiled"
-                    if status is None:
-                        rc = sh(f"timeout {a.timeout + 60} bash -c '{suite}'", cwd=build,
-                                log=os.path.join(log_dir, key.replace("/", "__") + ".log"))
-                        status = "timeout" if rc == 124 else "killed" if rc != 0 else "survived"
-                finally:
-                    open(original, "wb").write(saved)
-                    os.utime(original)
-                r = {"mutant": key, "file": f, "line": line, "before": before, "after": after,
-                     "status": status, "seconds": round(time.time() - started, 1)}
-                done[key] = r
-                results.write(json.dumps(r) + "\n")
-                results.flush()
-                if status != "uncompiled":
-                    taken += 1
-                print(f"[mutate] {status:10} {f}:{line}  {after[:80]}", flush=True)
+        while True:
+            progress = False
+            for f in mine:
+                while taken[f] < order[f][0] and pending[f]:
+                    status = run_mutant(f, pending[f].pop(0), a, part_dir, src, build, objects, suite,
+                                        done, results)
+                    progress = True
+                    if status != "uncompiled":
+                        taken[f] += 1
+                        break
+            if not progress:
+                break
     # Leave the copy built from the original sources.
     sh(f"ninja -C {build}")
     report(part_dir, done, size, a.seed)
+
+
+def run_mutant(f, m, a, part_dir, src, build, objects, suite, done, results):
+    """Builds and judges one mutant of `f`; records and returns its status."""
+    key = os.path.relpath(m, part_dir)
+    line, before, after = changed_line(os.path.join(ROOT, f), m)
+    original = os.path.join(src, f)
+    saved = open(original, "rb").read()
+    started = time.time()
+    shutil.copy2(m, original)
+    os.utime(original)
+    status = None
+    try:
+        if f in objects:
+            if sh(f"ninja -C {build} {os.path.relpath(objects[f], build)}") != 0:
+                status = "uncompiled"
+            elif filecmp.cmp(objects[f], os.path.join(part_dir, f.replace("/", "__") + ".o"), shallow=False):
+                status = "equivalent"
+        if status is None and sh(f"ninja -C {build}") != 0:
+            status = "uncompiled"
+        if status is None:
+            rc = sh(f"timeout {a.timeout + 60} bash -c '{suite}'", cwd=build,
+                    log=os.path.join(part_dir, "logs", key.replace("/", "__") + ".log"))
+            status = "timeout" if rc == 124 else "killed" if rc != 0 else "survived"
+    finally:
+        open(original, "wb").write(saved)
+        os.utime(original)
+    r = {"mutant": key, "file": f, "line": line, "before": before, "after": after,
+         "status": status, "seconds": round(time.time() - started, 1)}
+    done[key] = r
+    results.write(json.dumps(r) + "\n")
+    results.flush()
+    print(f"[mutate] {status:10} {f}:{line}  {after[:80]}", flush=True)
+    return status
 
 
 def report(part_dir, done, size, seed):
