@@ -354,8 +354,9 @@ void windows_ml::setLayerData(const std::string& layer, std::any data,
     if (!pointer) raise("data is nullptr.");
 
     entry.data = pointer;
-    // Released after the pointer is stored, even if the host handed back this very buffer.
-    if (!internal && entry.owned_buffer) entry.owned_buffer.reset();
+    // Released after the pointer is stored; kept if the host handed back this very buffer,
+    // which would otherwise be bound after it was freed.
+    if (!internal && entry.owned_buffer && entry.owned_buffer.get() != pointer) entry.owned_buffer.reset();
 
     // A static layer keeps its declared shape whatever the host passes.
     if (entry.is_static) return;

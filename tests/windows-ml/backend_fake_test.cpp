@@ -126,6 +126,10 @@ TEST_F(WindowsMlFake, LayerRulesInTheirOrder) {
     EXPECT_EQ(*static_cast<std::int64_t*>(engine.getLayerData("scalar")), 0);
     // Half precision is named by its own size, though handed out as 32-bit floats.
     EXPECT_EQ(engine.getLayerPrecision("y"), std::make_tuple(std::string("FP16"), 2ull));
+    // The layer's own buffer handed back stays the layer's (freed, it would still be bound).
+    void* own = engine.getLayerData("x");
+    engine.setLayerData("x", std::any(own), {1, 3}, false);
+    static_cast<float*>(engine.getLayerData("x"))[2] = 1.5f;
 
     float host[6] = {};
     const std::any p = static_cast<void*>(host);
