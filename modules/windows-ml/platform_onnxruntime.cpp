@@ -361,12 +361,16 @@ public:
     }
 
     std::shared_ptr<Model> loadModel(StreamReference& reference) override {
-        const RtStream& stream = *handle_as<RtStreamReference>(reference).stream;
+        RtStream& stream = *handle_as<RtStreamReference>(reference).stream;
         return guarded([&] {
             Ort::SessionOptions options;
             auto model = std::make_shared<RtModel>();
             model->session = std::make_shared<Ort::Session>(environment(), stream.bytes.get(),
                                                             stream.size, options);
+            // The session holds its own copy of the model: the stream, kept by the network's
+            // record for its life, need not keep the bytes as well (a model's size each).
+            stream.bytes.reset();
+            stream.size = 0;
             Ort::AllocatorWithDefaultOptions allocator;
             for (std::size_t i = 0; i < model->session->GetInputCount(); ++i) {
                 model->input_names.push_back(
