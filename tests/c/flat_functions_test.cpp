@@ -125,10 +125,8 @@ std::vector<Row> badCalls() {
         REFUSED("index -1 is out of range!", kelGetSupportDeviceLength, OV, -1),
         REFUSED("identifier pointer is empty!", kelCreateNetByFiles, OV, nullptr, nullptr, nullptr, nullptr),
         REFUSED("model_path pointer is empty!", kelRegisterModelAsInnerIDwithWString, "m", nullptr),
-        REFUSED("network_file pointer is empty!", kelCreateNetByFilesWithWstring, OV, "x", "CPU", nullptr, nullptr),
         REFUSED("network_buffer pointer is empty!", kelCreateNetByBuffers, OV, "x", "CPU", text, 0, nullptr, 0),
         REFUSED("builtin_model_id pointer is empty!", kelCreateNetByBuiltin, OV, "x", nullptr, nullptr),
-        REFUSED("device pointer is empty!", kelCreateNetByBuiltin, OV, "x", nullptr, "m"),
         REFUSED("network_id pointer is empty!", kelRemoveNetwork, nullptr),
         REFUSED("index 1 is out of range!", kelGetCreatedNetworkIdentifierLength, 1),
         REFUSED("engine_name pointer is empty!", kelGetNetworkEngine, "net", nullptr),
@@ -188,6 +186,26 @@ TEST_F(Flat, BadArgumentsNothingWithoutAHandleAClearErrorOrNothingWithOneAndNoth
     // The network made before the bad calls still runs.
     kelInfer(h);
     EXPECT_EQ(t::pendingText(h), "");
+}
+
+// Each pointer of the creating functions, the only null one, is named: the checks are all
+// there, each with its own text.
+TEST_F(Flat, EachPointerOfACreationIsCheckedUnderItsName) {
+    const char* first[] = {"engine_name", "identifier", "device"};
+    for (int k = 0; k < 4; ++k) {
+        const auto given = [k](int i, auto value) { return i == k ? decltype(value){} : value; };
+        const char *e = given(0, "OpenVINO"), *id = given(1, "x"), *d = given(2, "CPU");
+        const std::pair<std::function<void()>, const char*> calls[] = {
+            {[&] { kelCreateNetByFiles(h, e, id, d, given(3, "m.xml"), nullptr); }, "network_file"},
+            {[&] { kelCreateNetByFilesWithWstring(h, e, id, d, given(3, L"m.xml"), nullptr); }, "network_file"},
+            {[&] { kelCreateNetByBuffers(h, e, id, d, given(3, text), 4, nullptr, 0); }, "network_buffer"},
+            {[&] { kelCreateNetByBuiltin(h, e, id, d, given(3, "m")); }, "builtin_model_id"},
+        };
+        for (const auto& [call, model] : calls) {
+            call();
+            EXPECT_THAT(t::takeText(h), HasSubstr("\n" + std::string(k < 3 ? first[k] : model) + " pointer is empty!\n"));
+        }
+    }
 }
 
 }  // namespace

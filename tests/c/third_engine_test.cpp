@@ -82,7 +82,18 @@ public:
     std::string version() override { return "1.0.0"; }
     kel::DevicePropertyValue getDeviceProperty(Text device, Text property) override {
         if (device == "CPU" && property == "M") return std::unordered_map<std::string, float>{};
-        return {};
+        kel::DevicePropertyValue value;
+        if (property == "lost") {  // left without a value by a failed assignment
+            using Map = std::unordered_map<std::string, float>;
+            struct Throws {
+                operator Map() const { throw 1; }
+            };
+            try {
+                value.emplace<Map>(Throws{});
+            } catch (int) {
+            }
+        }
+        return value;
     }
 };
 
@@ -102,6 +113,12 @@ TEST(ThirdEngine, OneClassAndOneRegistrationLineReachTheFlatInterface) {
     // An empty map has no key 0 to read.
     kelGetDevicePropertyTypeUnorderedMap_String_Float(h, nullptr, 0, nullptr, nullptr, &x, 2, "Doubler", "CPU", "M");
     EXPECT_EQ(kel::test::takeText(h), "invalid vector subscript");
+    // A value without an alternative has type id -1, which no reader takes.
+    int type = 0;
+    kelGetDevicePropertyTypeID(h, &type, "Doubler", "CPU", "lost");
+    EXPECT_EQ(type, -1);
+    kelGetDevicePropertyTypeGeneral(h, &x, -1, "Doubler", "CPU", "lost");
+    EXPECT_NE(kel::test::takeText(h).find("\nNo value in property!\n"), std::string::npos);
     kelDestory(h);
 }
 
