@@ -112,6 +112,7 @@ def main():
     p.add_argument("--windows", action="store_true", help="the Windows-only files, under Wine")
     p.add_argument("--files", nargs="*", help="only these sources (paths from the repository top)")
     p.add_argument("--report-only", action="store_true", help="write the report from the results so far")
+    p.add_argument("--rejudge", action="store_true", help="run the survivors so far again, against today's tests")
     a = p.parse_args()
     size = a.sample or (30 if a.windows else 240)
     k, n = (int(x) for x in a.shard.split("/"))
@@ -125,6 +126,8 @@ def main():
         for line in open(results_path):
             r = json.loads(line)
             done[r["mutant"]] = r
+    if a.rejudge:
+        done = {key: r for key, r in done.items() if r["status"] != "survived"}
     if a.report_only:
         report(part_dir, done, size, a.seed)
         return
@@ -143,9 +146,12 @@ def main():
             os.makedirs(os.path.dirname(os.path.join(src, f)) or src, exist_ok=True)
             shutil.copy2(os.path.join(ROOT, f), os.path.join(src, f))
         shutil.copy2(os.path.join(ROOT, ".deps.cmake"), src)
-    for f in files:  # the copy follows the tree's current sources
-        if not filecmp.cmp(os.path.join(ROOT, f), os.path.join(src, f), shallow=False):
-            shutil.copy2(os.path.join(ROOT, f), os.path.join(src, f))
+    # The copy follows the tree as it is now: sources, tests and build files.
+    for f in filter(None, subprocess.check_output(["git", "ls-files"], cwd=ROOT, text=True).split("\n")):
+        there = os.path.join(src, f)
+        if not os.path.exists(there) or not filecmp.cmp(os.path.join(ROOT, f), there, shallow=False):
+            os.makedirs(os.path.dirname(there), exist_ok=True)
+            shutil.copy2(os.path.join(ROOT, f), there)
     if a.windows:
         configure = f"cmake -S {src} -B {build} -G Ninja -DCMAKE_TOOLCHAIN_FILE={src}/cmake/clang-cl-x86_64.cmake"
         suite = f"bash {src}/tests/windows/run.sh {build}"
@@ -223,20 +229,37 @@ def run_mutant(f, m, a, part_dir, src, build, objects, suite, done, results):
     return status
 
 
+def reasoned_equivalents():
+    """{(file, mutated text): why it behaves as the original}, from mutate-equivalent.txt."""
+    table = {}
+    for line in open(os.path.join(ROOT, "scripts", "mutate-equivalent.txt")):
+        if line.strip() and not line.startswith("#"):
+            file, after, why = line.rstrip("\n").split("\t")
+            table[(file, after)] = why
+    return table
+
+
 def report(part_dir, done, size, seed):
+    reasons = reasoned_equivalents()
     rows = list(done.values())
+    for r in rows:
+        if r["status"] == "survived" and (r["file"], r["after"]) in reasons:
+            r["status"], r["why"] = "equivalent", reasons[(r["file"], r["after"])]
     count = {s: sum(1 for r in rows if r["status"] == s)
              for s in ("killed", "timeout", "survived", "equivalent", "uncompiled")}
     ran = count["killed"] + count["timeout"] + count["survived"]
     score = 100.0 * (count["killed"] + count["timeout"]) / ran if ran else 0.0
     lines = [f"# Mutation report ({os.path.basename(part_dir)}), {time.strftime('%Y-%m-%d')}", "",
              f"Sample: {size} compiled mutants asked for, seed {seed}.", "",
-             "| killed | timed out | survived | equivalent (same object code) | not compiled | score |",
+             "| killed | timed out | survived | equivalent (same object code, or by reason) | not compiled | score |",
              "|---|---|---|---|---|---|",
              f"| {count['killed']} | {count['timeout']} | {count['survived']} | {count['equivalent']} | "
              f"{count['uncompiled']} | {score:.1f} % of {ran} |", "", "## Survivors", ""]
     for r in sorted((r for r in rows if r["status"] == "survived"), key=lambda r: (r["file"], r["line"])):
         lines.append(f"- `{r['file']}:{r['line']}`: `{r['before']}` became `{r['after']}`")
+    lines += ["", "## Equivalent by reason (scripts/mutate-equivalent.txt)", ""]
+    for r in sorted((r for r in rows if r.get("why")), key=lambda r: (r["file"], r["line"])):
+        lines.append(f"- `{r['file']}:{r['line']}`: `{r['after']}`: {r['why']}")
     path = os.path.join(part_dir, "report.md")
     open(path, "w").write("\n".join(lines) + "\n")
     print("\n".join(lines[:8]))

@@ -47,6 +47,29 @@ TEST(Handle, ErrorChannelVersionTextsAndTheCallbackBoundary) {
     EXPECT_FALSE(kelHasException(h));
     kelDestory(h);
     kelDestory(nullptr);
+
+    // Every count, length and status is -1 when the call cannot run.
+    const char* OV = "OpenVINO";
+    int i = 0;
+    const int failures[] = {
+        kelGetSupportEngineNumber(nullptr), kelGetSupportEngineLength(nullptr, 0),
+        kelGetSupportDeviceNumber(nullptr, OV), kelGetSupportDeviceLength(nullptr, OV, 0),
+        kelGetSupportBuiltinModelNumber(nullptr, OV), kelGetSupportBuiltinModelLength(nullptr, OV, 0),
+        kelGetCreatedNetworkIdentifiersNumber(nullptr), kelGetCreatedNetworkIdentifierLength(nullptr, 0),
+        kelGetNetworkEngineLength(nullptr, "n"), kelGetNetworkDeviceLength(nullptr, "n"),
+        kelGetCurrentEngineLength(nullptr), kelGetCurrentIdentifierLength(nullptr),
+        kelGetCurrentNetworkDeviceLength(nullptr), kelGetInputLayerNumber(nullptr), kelGetOutputLayerNumber(nullptr),
+        kelGetInputLayerLength(nullptr, 0), kelGetOutputLayerLength(nullptr, 0),
+        kelGetEngineMutableProperties(nullptr, &i, 0, nullptr, nullptr, nullptr, nullptr, OV),
+        kelGetDeviceSupportPropertiesNumber(nullptr, &i, OV, "CPU"),
+        kelGetDeviceSupportPropertiesByIndex(nullptr, &i, nullptr, 0, OV, "CPU"),
+        kelGetDevicePropertyTypeID(nullptr, &i, OV, "CPU", "P"),
+        kelGetDevicePropertyTypeString(nullptr, &i, nullptr, 1, OV, "CPU", "P"),
+        kelGetDevicePropertyTypeUnorderedMap_String_Float(nullptr, &i, 0, nullptr, nullptr, nullptr, 2, OV, "CPU", "P"),
+        kelGetDevicePropertyTypeGeneral(nullptr, &i, 4, OV, "CPU", "P"),
+        kelSetEnginePropertyForNetwork(nullptr, OV, "n", "CACHE_DIR", "std::string", "x"),
+    };
+    for (int result : failures) EXPECT_EQ(result, -1) << i++;
 }
 
 class Flat : public testing::Test {
@@ -124,19 +147,14 @@ std::vector<Row> badCalls() {
         REFUSED("string_length and version_string are empty!", kelVersion, "NoSuchEngine", nullptr, nullptr),
         REFUSED("index -1 is out of range!", kelGetSupportDeviceLength, OV, -1),
         REFUSED("identifier pointer is empty!", kelCreateNetByFiles, OV, nullptr, nullptr, nullptr, nullptr),
-        REFUSED("model_path pointer is empty!", kelRegisterModelAsInnerIDwithWString, "m", nullptr),
         REFUSED("network_buffer pointer is empty!", kelCreateNetByBuffers, OV, "x", "CPU", text, 0, nullptr, 0),
         REFUSED("builtin_model_id pointer is empty!", kelCreateNetByBuiltin, OV, "x", nullptr, nullptr),
-        REFUSED("network_id pointer is empty!", kelRemoveNetwork, nullptr),
         REFUSED("index 1 is out of range!", kelGetCreatedNetworkIdentifierLength, 1),
-        REFUSED("engine_name pointer is empty!", kelGetNetworkEngine, "net", nullptr),
-        REFUSED("engine_name pointer is empty!", kelGetNetworkDevice, "net", nullptr),
         REFUSED("engine_name pointer is empty!", kelGetCurrentEngine, nullptr),
         REFUSED("identifier_name pointer is empty!", kelGetCurrentIdentifier, nullptr),
         REFUSED("device_name pointer is empty!", kelGetCurrentNetworkDevice, nullptr),
         REFUSED("dim_length is 0!", kelSetLayerData, "a", values, u64, 0),
         REFUSED("dim_buffer pointer is empty!", kelSetLayerData, "a", nullptr, nullptr, 4),
-        REFUSED("data pointer is empty!", kelSetLayerData, "a", nullptr, u64, 4),
         ROW(kelSetLayerData, "a", values, tooMany.data(), tooMany.size()),
         ROW(kelGetLayerDims, "out", nullptr, nullptr),  // writes only what is asked for
         ROW(kelGetLayerPrecision, "out", nullptr, nullptr, nullptr),
@@ -149,10 +167,8 @@ std::vector<Row> badCalls() {
         REFUSED("invalid vector subscript", kelGetEngineMutableProperties, nullptr, 0, i32, text, i32 + 1, text, OV),
         REFUSED("key_index value is 11, less than 10!", kelGetEngineMutableProperties, nullptr, 11, i32, nullptr,
                 nullptr, nullptr, OV),
-        REFUSED("properties_number pointer is empty!", kelGetDeviceSupportPropertiesNumber, nullptr, OV, "CPU"),
         REFUSED("index value is less than 0!", kelGetDeviceSupportPropertiesByIndex, nullptr, nullptr, -1, OV, "CPU"),
         REFUSED("index value is 99, larger than 1!", kelGetDeviceSupportPropertiesByIndex, i32, text, 99, OV, "CPU"),
-        REFUSED("type_id pointer is empty!", kelGetDevicePropertyTypeID, nullptr, OV, "CPU", name),
         REFUSED("verify_type_id(1) is not same with type_id(4)!", kelGetDevicePropertyTypeString, i32, nullptr, 4, OV,
                 "CPU", name),
         REFUSED("verify_type_id(1) is not same with type_id(2)!", kelGetDevicePropertyTypeUnorderedMap_String_Float,
@@ -188,24 +204,76 @@ TEST_F(Flat, BadArgumentsNothingWithoutAHandleAClearErrorOrNothingWithOneAndNoth
     EXPECT_EQ(t::pendingText(h), "");
 }
 
-// Each pointer of the creating functions, the only null one, is named: the checks are all
-// there, each with its own text.
-TEST_F(Flat, EachPointerOfACreationIsCheckedUnderItsName) {
-    const char* first[] = {"engine_name", "identifier", "device"};
-    for (int k = 0; k < 4; ++k) {
-        const auto given = [k](int i, auto value) { return i == k ? decltype(value){} : value; };
-        const char *e = given(0, "OpenVINO"), *id = given(1, "x"), *d = given(2, "CPU");
-        const std::pair<std::function<void()>, const char*> calls[] = {
-            {[&] { kelCreateNetByFiles(h, e, id, d, given(3, "m.xml"), nullptr); }, "network_file"},
-            {[&] { kelCreateNetByFilesWithWstring(h, e, id, d, given(3, L"m.xml"), nullptr); }, "network_file"},
-            {[&] { kelCreateNetByBuffers(h, e, id, d, given(3, text), 4, nullptr, 0); }, "network_buffer"},
-            {[&] { kelCreateNetByBuiltin(h, e, id, d, given(3, "m")); }, "builtin_model_id"},
-        };
-        for (const auto& [call, model] : calls) {
+// Every pointer a flat function checks, when it is the only null one, is refused under its own
+// name: {function, its pointers in the order it checks them, its call with the k-th null}.
+TEST_F(Flat, EachCheckedPointerIsRefusedUnderItsOwnName) {
+    const char *OV = "OpenVINO", *name = "FULL_DEVICE_NAME";
+    int k = 0;
+    const auto p = [&k](int i, auto value) { return i == k ? decltype(value){} : value; };
+    const void* cvalues = values;
+    const std::uint64_t* dims = u64;
+    using Names = std::vector<const char*>;
+    const std::tuple<const char*, Names, std::function<void()>> rows[] = {
+        {"ByFiles", {"engine_name", "identifier", "device", "network_file"},
+         [&] { kelCreateNetByFiles(h, p(0, OV), p(1, "x"), p(2, "CPU"), p(3, "m.xml"), nullptr); }},
+        {"ByFilesWithWstring", {"engine_name", "identifier", "device", "network_file"},
+         [&] { kelCreateNetByFilesWithWstring(h, p(0, OV), p(1, "x"), p(2, "CPU"), p(3, L"m.xml"), nullptr); }},
+        {"ByBuffers", {"engine_name", "identifier", "device", "network_buffer"},
+         [&] { kelCreateNetByBuffers(h, p(0, OV), p(1, "x"), p(2, "CPU"), p(3, cvalues), 4, nullptr, 0); }},
+        {"ByBuiltin", {"engine_name", "identifier", "builtin_model_id", "device"},
+         [&] { kelCreateNetByBuiltin(h, p(0, OV), p(1, "x"), p(3, "CPU"), p(2, "m")); }},
+        {"CreatedNetworkIdentifier", {"identifier"}, [&] { kelGetCreatedNetworkIdentifier(h, 0, p(0, text)); }},
+        {"TypeGeneral", {"engine_name", "device", "supported_property", "value"},
+         [&] { kelGetDevicePropertyTypeGeneral(h, p(3, static_cast<void*>(u64)), 3, p(0, OV), p(1, "CPU"), p(2, name)); }},
+        {"TypeID", {"engine_name", "device", "supported_property", "type_id"},
+         [&] { kelGetDevicePropertyTypeID(h, p(3, i32), p(0, OV), p(1, "CPU"), p(2, name)); }},
+        {"TypeString", {"engine_name", "device", "supported_property"},
+         [&] { kelGetDevicePropertyTypeString(h, i32, text, 1, p(0, OV), p(1, "CPU"), p(2, name)); }},
+        {"TypeMap", {"engine_name", "device", "supported_property"},
+         [&] { kelGetDevicePropertyTypeUnorderedMap_String_Float(h, i32, 0, nullptr, nullptr, nullptr, 2, p(0, OV),
+                                                                 p(1, "CPU"), p(2, name)); }},
+        {"PropertiesByIndex", {"engine_name", "device"},
+         [&] { kelGetDeviceSupportPropertiesByIndex(h, i32, text, 0, p(0, OV), p(1, "CPU")); }},
+        {"PropertiesNumber", {"engine_name", "device", "properties_number"},
+         [&] { kelGetDeviceSupportPropertiesNumber(h, p(2, i32), p(0, OV), p(1, "CPU")); }},
+        {"MutableProperties", {"engine_name"},
+         [&] { kelGetEngineMutableProperties(h, i32, 0, nullptr, nullptr, nullptr, nullptr, p(0, OV)); }},
+        {"InputLayer", {"layer_name"}, [&] { kelGetInputLayer(h, 0, p(0, text)); }},
+        {"LayerData", {"layer_name"}, [&] { kelGetLayerData(h, p(0, "a")); }},
+        {"LayerDims", {"layer_name"}, [&] { kelGetLayerDims(h, p(0, "a"), u64, u64); }},
+        {"LayerPrecision", {"layer_name"}, [&] { kelGetLayerPrecision(h, p(0, "a"), u64, i32, text); }},
+        {"SetLayerData", {"layer_name", "dim_buffer", "data"},
+         [&] { kelSetLayerData(h, p(0, "a"), p(2, cvalues), p(1, dims), 1); }},
+        {"NetworkDevice", {"identifier", "engine_name"}, [&] { kelGetNetworkDevice(h, p(0, "net"), p(1, text)); }},
+        {"NetworkDeviceLength", {"identifier"}, [&] { kelGetNetworkDeviceLength(h, p(0, "net")); }},
+        {"NetworkEngine", {"identifier", "engine_name"}, [&] { kelGetNetworkEngine(h, p(0, "net"), p(1, text)); }},
+        {"NetworkEngineLength", {"identifier"}, [&] { kelGetNetworkEngineLength(h, p(0, "net")); }},
+        {"BuiltinModelID", {"engine_name", "builtin_model_id"},
+         [&] { kelGetSupportBuiltinModelID(h, p(0, OV), 0, p(1, text)); }},
+        {"BuiltinModelLength", {"engine_name"}, [&] { kelGetSupportBuiltinModelLength(h, p(0, OV), 0); }},
+        {"BuiltinModelNumber", {"engine_name"}, [&] { kelGetSupportBuiltinModelNumber(h, p(0, OV)); }},
+        {"SupportDevice", {"engine_name", "device_name"}, [&] { kelGetSupportDevice(h, p(0, OV), 0, p(1, text)); }},
+        {"SupportDeviceLength", {"engine_name"}, [&] { kelGetSupportDeviceLength(h, p(0, OV), 0); }},
+        {"SupportDeviceNumber", {"engine_name"}, [&] { kelGetSupportDeviceNumber(h, p(0, OV)); }},
+        {"SupportEngine", {"engine_name"}, [&] { kelGetSupportEngine(h, 0, p(0, text)); }},
+        {"RegisterWithString", {"model_id", "model_path"},
+         [&] { kelRegisterModelAsInnerIDwithString(h, p(0, "m"), p(1, "/x.so")); }},
+        {"RegisterWithWString", {"model_id", "model_path"},
+         [&] { kelRegisterModelAsInnerIDwithWString(h, p(0, "m"), p(1, L"/x.so")); }},
+        {"SetEngineProperty", {"engine_name", "network_identifier", "property_name", "property_type", "property_value"},
+         [&] { kelSetEnginePropertyForNetwork(h, p(0, OV), p(1, "n"), p(2, "CACHE_DIR"), p(3, "std::filesystem::path"),
+                                              p(4, static_cast<const void*>(L"/tmp"))); }},
+        {"SwitchNetwork", {"identifier"}, [&] { kelSwitchNetwork(h, p(0, "x")); }},
+        {"RemoveNetwork", {"network_id"}, [&] { kelRemoveNetwork(h, p(0, "x")); }},
+        {"UnregisterInnerID", {"model_id"}, [&] { kelUnregisterInnerID(h, p(0, "m")); }},
+    };
+    for (const auto& [function, names, call] : rows)
+        for (k = 0; k < static_cast<int>(names.size()); ++k) {
             call();
-            EXPECT_THAT(t::takeText(h), HasSubstr("\n" + std::string(k < 3 ? first[k] : model) + " pointer is empty!\n"));
+            EXPECT_THAT(t::takeText(h), HasSubstr(std::string("\n") + names[k] + " pointer is empty!\n"))
+                << function << " " << names[k];
         }
-    }
+    EXPECT_EQ(kelGetCreatedNetworkIdentifiersNumber(h), 1);
 }
 
 }  // namespace
