@@ -107,7 +107,42 @@ def refusals(tmp):
         check(p.returncode == code and re.search(pattern, p.stdout + p.stderr, re.M), f"{args}: {code}, {pattern}", p)
 
 
+def compare(tmp):
+    import onnx
+    from onnx import numpy_helper
+    static_onnx, static_xml = (os.path.join(DATA, "openvino", f) for f in ("static.onnx", "static.xml"))
+    # The same network with its bias moved by 0.05: a difference planted between the engines.
+    model = onnx.load(static_onnx)
+    bias = next(i for i in model.graph.initializer if i.name == "bias")
+    bias.CopyFrom(numpy_helper.from_array(numpy_helper.to_array(bias) + np.float32(0.05), "bias"))
+    planted = os.path.join(tmp, "planted.onnx")
+    onnx.save(model, planted)
+    with open(os.path.join(tmp, "text.xml"), "w") as f:
+        f.write("not a model\n")
+    # {arguments, exit code, agreement per output (None: no verdicts), engines that made the network}
+    cases = [
+        (["-m", static_onnx, "--ir", static_xml], 0, [True], [True, True]),
+        (["-m", planted, "--ir", static_xml], 3, [False], [True, True]),
+        (["-m", planted, "--ir", static_xml, "--atol", "0.06"], 0, [True], [True, True]),
+        # The output's shape is left open: WindowsML reads it with the shape OpenVINO found.
+        (["-m", os.path.join(DATA, "onnx/dynamic_batch.onnx"), "--shape", "x=[3,4]"], 0, [True], [True, True]),
+        (["-m", static_onnx, "--ir", os.path.join(tmp, "text.xml")], 1, [], [False, True]),
+    ]
+    for args, code, agree, created in cases:
+        p = run("--compare", *args, "-n", "3", "--json")
+        report = json.loads(p.stdout) if p.stdout.startswith("{") else {"outputs": [], "engines": []}
+        check(p.returncode == code and report.get("exit_code") == code and
+              [o["agree"] for o in report["outputs"]] == agree and
+              [e["created"] for e in report["engines"]] == created, f"--compare {args}: {code}", p)
+        if code == 3:
+            check(report["outputs"][0]["max_abs_diff"] > 0.01, f"planted difference {report['outputs']}", p)
+    p = run("--compare", "-m", planted, "--ir", static_xml, "-n", "3")
+    check(p.returncode == 3 and re.search(r"^prob +\[1,3,4,5\] .* differ$(.|\n)*^Result: DIFFER$", p.stdout, re.M),
+          "--compare, text report", p)
+
+
 with tempfile.TemporaryDirectory() as tmp:
+    compare(tmp)
     default_job()
     models_round_trip(tmp)
     refusals(tmp)

@@ -136,6 +136,16 @@ void Kel::createByBuiltin(const std::string& engine, const std::string& id, cons
     check();
 }
 
+void Kel::switchTo(const std::string& id) {
+    int length = kelGetCurrentIdentifierLength(handle_);
+    std::string current(static_cast<std::size_t>(length > 0 ? length : 0), '\0');
+    if (length > 0) kelGetCurrentIdentifier(handle_, current.data());
+    check();
+    if (current == id) return;
+    kelSwitchNetwork(handle_, id.c_str());
+    check();
+}
+
 std::vector<std::uint64_t> Kel::dims(const std::string& layer) {
     std::uint64_t rank = 0;
     kelGetLayerDims(handle_, layer.c_str(), nullptr, &rank);

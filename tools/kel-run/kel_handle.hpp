@@ -44,6 +44,8 @@ public:
                        const std::string& model, const std::string& weights);
     void createByBuiltin(const std::string& engine, const std::string& id, const std::string& device,
                          const std::string& model_id);
+    // Makes the network current; a no-op (not an error) when it already is.
+    void switchTo(const std::string& id);
 
     std::vector<std::string> inputs();
     std::vector<std::string> outputs();

@@ -57,6 +57,10 @@ const char* kHelp = R"(Usage:
       creation time and how often the engines agree.
   kel-run -m MODEL.xml [-w MODEL.bin] | -m MODEL.onnx | --plugin LIB.so  [options]
       Runs one model and reports its timing.
+  kel-run --compare -m MODEL.onnx [--ir MODEL.xml [-w MODEL.bin]]  [options]
+      Runs one model on both engines with the same inputs (the ONNX file on WindowsML and,
+      unless --ir names an IR for it, on OpenVINO) and reports, per output, whether they
+      agree within the tolerance, then both engines' creation time and latency.
   kel-run --list      engines and their devices
 
 Model:
@@ -76,6 +80,8 @@ Run:
   -t, --time SECONDS      run for this long instead of a count
       --warmup N          inferences before measuring (default 1)
   -o, --output-dir DIR    write each output of the last inference as DIR/<layer>.npy
+      --rtol R, --atol A  --compare: outputs agree when |a - b| <= A + R * |b| for every
+                          element (default 1e-3 and 1e-5)
       --json              one JSON report on stdout instead of text
       --data DIR          the built-in job's held-out digits (digits_heldout_{x,y}.npy)
   -h, --help              this text
@@ -84,7 +90,8 @@ Exit codes:
   0  success
   1  kel or the model failed (the library's error text is printed)
   2  bad command line or input file
-  3  the built-in job's accuracy (<= 90%) or agreement (< 95%) fell below expectation
+  3  the built-in job's accuracy (<= 90%) or agreement (< 95%) fell below expectation;
+     with --compare, an output on which the engines do not agree
 )";
 
 // ---- Small helpers ---------------------------------------------------------------------
@@ -122,6 +129,12 @@ std::string jsonString(const std::string& text) {
         }
     }
     return out + "\"";
+}
+
+std::string jsonNumber(double value) {
+    char text[32];
+    std::snprintf(text, sizeof text, "%.6g", value);
+    return std::isfinite(value) ? text : "null";
 }
 
 std::string jsonDims(const std::vector<std::uint64_t>& dims) {
@@ -223,7 +236,18 @@ struct Options {
     std::string output_dir;
     std::string data_dir;
     bool json = false, list = false, help = false;
+    bool compare = false;
+    std::string ir;
+    double rtol = 1e-3, atol = 1e-5;
 };
+
+double parseTolerance(const std::string& option, const std::string& text) {
+    char* end = nullptr;
+    const double value = std::strtod(text.c_str(), &end);
+    if (text.empty() || *end != '\0' || !(value >= 0) || !std::isfinite(value))
+        throw UsageError(option + " takes a number of at least 0, not '" + text + "'");
+    return value;
+}
 
 std::uint64_t parseCount(const std::string& option, const std::string& text) {
     if (text.empty() || text.find_first_not_of("0123456789") != std::string::npos)
@@ -303,10 +327,16 @@ Options parseArguments(int argc, char** argv) {
         } else if (arg == "--warmup") o.warmup = parseCount(arg, next());
         else if (arg == "-o" || arg == "--output-dir") o.output_dir = next();
         else if (arg == "--data") o.data_dir = next();
+        else if (arg == "--compare") o.compare = true;
+        else if (arg == "--ir") o.ir = next();
+        else if (arg == "--rtol") o.rtol = parseTolerance(arg, next());
+        else if (arg == "--atol") o.atol = parseTolerance(arg, next());
         else throw UsageError("unknown argument '" + arg + "' (see --help)");
     }
     if (!o.model.empty() && !o.plugin.empty()) throw UsageError("give either -m or --plugin, not both");
     if (!o.weights.empty() && o.model.empty()) throw UsageError("-w needs -m");
+    if (o.compare && (o.model.empty() || !o.plugin.empty())) throw UsageError("--compare needs -m (and no --plugin)");
+    if (!o.ir.empty() && !o.compare) throw UsageError("--ir goes with --compare");
     return o;
 }
 
@@ -758,6 +788,244 @@ int runModel(const Options& o) {
     return kOk;
 }
 
+// ---- Both engines on one model ------------------------------------------------------------
+
+float fromHalf(std::uint16_t h) {
+    const std::uint32_t sign = static_cast<std::uint32_t>(h & 0x8000u) << 16;
+    const std::uint32_t exponent = (h >> 10) & 0x1fu, mantissa = h & 0x3ffu;
+    if (exponent == 0) {  // zero or subnormal
+        const float f = std::ldexp(static_cast<float>(mantissa), -24);
+        return sign ? -f : f;
+    }
+    const std::uint32_t bits = sign | (exponent == 31 ? 0x7f800000u : (exponent + 112) << 23) | mantissa << 13;
+    float f;
+    std::memcpy(&f, &bits, 4);
+    return f;
+}
+
+// An output's elements as doubles, or nothing for a type that has no numbers. "WindowsML"
+// hands FP16 outputs out as 32-bit floats.
+std::vector<double> valuesOf(const void* data, const std::string& p, std::size_t n, bool halvesAsFloats) {
+    std::vector<double> v(n);
+    const auto* bytes = static_cast<const unsigned char*>(data);
+    const auto read = [&](auto sample, auto convert) {
+        for (std::size_t i = 0; i < n; ++i) {
+            std::memcpy(&sample, bytes + i * sizeof sample, sizeof sample);
+            v[i] = static_cast<double>(convert(sample));
+        }
+    };
+    const auto same = [](auto x) { return x; };
+    if (p == "FP32" || (p == "FP16" && halvesAsFloats)) read(float{}, same);
+    else if (p == "FP64") read(double{}, same);
+    else if (p == "FP16") read(std::uint16_t{}, fromHalf);
+    else if (p == "BF16") read(std::uint16_t{}, [](std::uint16_t b) { std::uint32_t w = std::uint32_t{b} << 16; float f; std::memcpy(&f, &w, 4); return f; });
+    else if (p == "U8" || p == "BOOL") read(std::uint8_t{}, same);
+    else if (p == "I8") read(std::int8_t{}, same);
+    else if (p == "U16") read(std::uint16_t{}, same);
+    else if (p == "I16") read(std::int16_t{}, same);
+    else if (p == "U32") read(std::uint32_t{}, same);
+    else if (p == "I32") read(std::int32_t{}, same);
+    else if (p == "U64") read(std::uint64_t{}, same);
+    else if (p == "I64") read(std::int64_t{}, same);
+    else return {};
+    return v;
+}
+
+struct CompareSide {
+    std::string engine, id, model, weights, error;
+    bool created = false;
+    double creation_ms = 0, throughput = 0;
+    Stats latency;
+    std::vector<std::string> output_names;
+    std::map<std::string, std::string> precisions, notes;
+    std::map<std::string, std::pair<std::vector<std::uint64_t>, std::vector<double>>> outputs;  // dims, values
+};
+
+struct Verdict {
+    std::string name, note;
+    std::vector<std::uint64_t> dims[2];
+    double max_abs = 0, max_rel = 0;
+    bool agree = false;
+};
+
+// Creates the model on the side's engine, feeds it `inputs`, runs it and reads its outputs.
+// An output whose shape the model leaves open is read with --shape or, on WindowsML, with the
+// shape OpenVINO (run first) found for it.
+void runSide(Kel& kel, const Options& o, CompareSide& s, std::vector<InputPlan>& inputs, std::mt19937_64& rng,
+             const CompareSide* reference) {
+    kel.devices(s.engine);
+    const auto t0 = Clock::now();
+    kel.createByFiles(s.engine, s.id, o.device, s.model, s.weights);
+    s.creation_ms = std::chrono::duration<double, std::milli>(Clock::now() - t0).count();
+    s.created = true;
+    if (inputs.empty())
+        for (const auto& name : kel.inputs()) inputs.push_back(planInput(kel, o, name, rng));
+    for (auto& in : inputs) kel.setData(in.name, in.bytes.data(), in.dims);
+    s.output_names = kel.outputs();
+    std::map<std::string, std::vector<std::uint8_t>> own;
+    for (const auto& name : s.output_names) {
+        if (kel.knownDims(name)) continue;
+        std::vector<std::uint64_t> dims;
+        if (const auto given = o.shapes.find(name); given != o.shapes.end()) dims = given->second;
+        else if (reference && reference->outputs.contains(name)) dims = reference->outputs.at(name).first;
+        else continue;
+        const Precision p = kel.precision(name);
+        const std::uint64_t element = p.name == "FP16" && s.engine == "WindowsML" ? 4 : std::max<std::uint64_t>(p.size, 1);
+        auto& buffer = own[name];
+        buffer.assign(elementCount(dims) * element, 0);
+        kel.setData(name, buffer.data(), dims);
+    }
+    for (std::uint64_t w = 0; w < o.warmup; ++w) {
+        kel.infer();
+        kel.check(s.engine);
+    }
+    std::vector<double> times;
+    const auto start = Clock::now();
+    for (std::uint64_t i = 0; i < o.iterations; ++i) {
+        const auto r0 = Clock::now();
+        kel.infer();
+        times.push_back(std::chrono::duration<double>(Clock::now() - r0).count());
+        kel.check(s.engine);
+    }
+    const double wall = std::chrono::duration<double>(Clock::now() - start).count();
+    s.latency = summarize(times);
+    s.throughput = wall > 0 ? static_cast<double>(times.size()) / wall : 0;
+    for (const auto& name : s.output_names) {
+        const Precision p = kel.precision(name);
+        s.precisions[name] = p.name;
+        const auto dims = kel.knownDims(name);
+        if (!dims) {
+            s.notes[name] = "shape unknown (give --shape " + name + "=[...])";
+            continue;
+        }
+        s.outputs[name] = {*dims, valuesOf(kel.data(name), p.name, elementCount(*dims), s.engine == "WindowsML")};
+    }
+}
+
+Verdict judge(const std::string& name, const CompareSide (&sides)[2], double rtol, double atol) {
+    Verdict v;
+    v.name = name;
+    for (int k = 0; k < 2; ++k) {
+        const auto found = sides[k].outputs.find(name);
+        if (found != sides[k].outputs.end()) {
+            v.dims[k] = found->second.first;
+        } else if (v.note.empty()) {
+            const auto note = sides[k].notes.find(name);
+            v.note = sides[k].engine + ": " + (note != sides[k].notes.end() ? note->second : "no such output");
+        }
+    }
+    if (!v.note.empty()) return v;
+    const auto& a = sides[0].outputs.at(name).second;
+    const auto& b = sides[1].outputs.at(name).second;
+    if (v.dims[0] != v.dims[1]) {
+        v.note = "shapes differ";
+        return v;
+    }
+    if (a.size() != b.size() || (a.empty() && elementCount(v.dims[0]) != 0)) {
+        v.note = "precision " + sides[0].precisions.at(name) + " / " + sides[1].precisions.at(name) + " has no numbers to compare";
+        return v;
+    }
+    v.agree = true;
+    for (std::size_t i = 0; i < a.size(); ++i) {
+        if (std::isnan(a[i]) && std::isnan(b[i])) continue;
+        const double diff = std::fabs(a[i] - b[i]);
+        if (!(diff <= atol + rtol * std::fabs(b[i]))) v.agree = false;  // NaN against a number too
+        v.max_abs = std::max(v.max_abs, diff);
+        if (b[i] != 0) v.max_rel = std::max(v.max_rel, diff / std::fabs(b[i]));
+    }
+    return v;
+}
+
+int runCompare(const Options& o) {
+    Kel kel;
+    const std::string self = kel.selfVersion();
+    CompareSide sides[2];
+    sides[0].engine = "OpenVINO";
+    sides[0].id = "compare-openvino";
+    sides[0].model = o.ir.empty() ? o.model : o.ir;
+    sides[0].weights = o.ir.empty() ? "" : o.weights;
+    sides[1].engine = "WindowsML";
+    sides[1].id = "compare-windowsml";
+    sides[1].model = o.model;
+    std::mt19937_64 rng(o.seed);
+    std::vector<InputPlan> inputs;
+    for (auto& s : sides) {
+        try {
+            runSide(kel, o, s, inputs, rng, &s == &sides[1] ? &sides[0] : nullptr);
+        } catch (const KelError& e) {
+            s.error = e.what();
+            kel.takeError();
+        }
+    }
+    for (const auto& [layer, file] : o.input_files)
+        if (!inputs.empty() && std::none_of(inputs.begin(), inputs.end(), [&](const InputPlan& p) { return p.name == layer; }))
+            throw UsageError("-i " + layer + ": the model has no input named " + layer);
+
+    std::vector<Verdict> verdicts;
+    const bool both = sides[0].error.empty() && sides[1].error.empty();
+    if (both) {
+        std::vector<std::string> names = sides[0].output_names;
+        for (const auto& name : sides[1].output_names)
+            if (std::find(names.begin(), names.end(), name) == names.end()) names.push_back(name);
+        for (const auto& name : names) verdicts.push_back(judge(name, sides, o.rtol, o.atol));
+    }
+    const bool agree = both && std::all_of(verdicts.begin(), verdicts.end(), [](const Verdict& v) { return v.agree; });
+    const int faster = sides[0].latency.p50 <= sides[1].latency.p50 ? 0 : 1;
+    const double ratio = sides[faster].latency.p50 > 0 ? sides[1 - faster].latency.p50 / sides[faster].latency.p50 : 0;
+    const int code = !both ? kKelFailure : agree ? kOk : kBelowExpectation;
+
+    if (o.json) {
+        std::string j = "{\"job\": \"compare\", \"kel_version\": " + jsonString(self) + ", \"device\": " +
+                        jsonString(o.device) + ", \"rtol\": " + jsonNumber(o.rtol) + ", \"atol\": " + jsonNumber(o.atol) +
+                        ", \"engines\": [";
+        for (int k = 0; k < 2; ++k) {
+            const auto& s = sides[k];
+            j += std::string(k ? ", " : "") + "{\"engine\": " + jsonString(s.engine) + ", \"model\": " +
+                 jsonString(s.model) + ", \"created\": " + (s.error.empty() ? "true" : "false");
+            if (!s.error.empty()) j += ", \"error\": " + jsonString(s.error);
+            else
+                j += ", \"network_creation_ms\": " + fixed(s.creation_ms, 3) + ", \"latency_us\": {\"p50\": " +
+                     fixed(s.latency.p50 * 1e6, 2) + ", \"mean\": " + fixed(s.latency.mean * 1e6, 2) +
+                     "}, \"throughput_fps\": " + fixed(s.throughput, 2);
+            j += "}";
+        }
+        j += "], \"outputs\": [";
+        for (std::size_t k = 0; k < verdicts.size(); ++k) {
+            const auto& v = verdicts[k];
+            j += std::string(k ? ", " : "") + "{\"name\": " + jsonString(v.name) + ", \"shape\": " + jsonDims(v.dims[0]) +
+                 ", \"max_abs_diff\": " + jsonNumber(v.max_abs) + ", \"max_rel_diff\": " + jsonNumber(v.max_rel) +
+                 ", \"agree\": " + (v.agree ? "true" : "false");
+            if (!v.note.empty()) j += ", \"note\": " + jsonString(v.note);
+            j += "}";
+        }
+        j += "], \"agree\": " + std::string(agree ? "true" : "false");
+        if (both) j += ", \"faster\": " + jsonString(sides[faster].engine) + ", \"latency_ratio\": " + fixed(ratio, 3);
+        std::printf("%s, \"exit_code\": %d}\n", j.c_str(), code);
+        return code;
+    }
+
+    std::printf("kel-run --compare: %s (OpenVINO: %s), device %s\n", o.model.c_str(), sides[0].model.c_str(), o.device.c_str());
+    for (const auto& s : sides)
+        if (!s.error.empty()) std::printf("%s refused the model:\n%s\n", s.engine.c_str(), s.error.c_str());
+    if (both) {
+        std::printf("\n%-20s %-16s %-12s %-12s %s\n", "Output", "Shape", "max |diff|", "max rel diff", "Verdict");
+        for (const auto& v : verdicts) {
+            const std::string verdict = !v.note.empty() ? "differ: " + v.note : v.agree ? "agree" : "differ";
+            std::printf("%-20s %-16s %-12.3g %-12.3g %s\n", v.name.c_str(), dimsText(v.dims[0]).c_str(), v.max_abs,
+                        v.max_rel, verdict.c_str());
+        }
+        std::printf("(agreement: |a - b| <= %g + %g * |b| for every element)\n", o.atol, o.rtol);
+        std::printf("\n%-26s %12s %12s\n", "", "OpenVINO", "WindowsML");
+        std::printf("%-26s %12.2f %12.2f\n", "Network creation (ms)", sides[0].creation_ms, sides[1].creation_ms);
+        std::printf("%-26s %12.1f %12.1f\n", "Latency p50 (us)", sides[0].latency.p50 * 1e6, sides[1].latency.p50 * 1e6);
+        std::printf("%-26s %12.1f %12.1f\n", "Latency mean (us)", sides[0].latency.mean * 1e6, sides[1].latency.mean * 1e6);
+        std::printf("%-26s %12.0f %12.0f\n", "Throughput (inferences/s)", sides[0].throughput, sides[1].throughput);
+        std::printf("Faster on this machine: %s (p50 latency %.2fx lower)\n", sides[faster].engine.c_str(), ratio);
+    }
+    std::printf("Result: %s\n", !both ? "one engine refused the model" : agree ? "AGREE" : "DIFFER");
+    return code;
+}
+
 int listEngines() {
     Kel kel;
     std::printf("kel version: %s\n", kel.selfVersion().c_str());
@@ -790,6 +1058,7 @@ int main(int argc, char** argv) {
             return kOk;
         }
         if (o.list) return listEngines();
+        if (o.compare) return runCompare(o);
         if (o.model.empty() && o.plugin.empty()) return runDefault(o);
         return runModel(o);
     } catch (const UsageError& e) {
