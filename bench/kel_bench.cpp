@@ -3,10 +3,13 @@
 // two sides alternate in blocks, so whatever else the machine does hits both alike.
 //
 // Usage: kel-bench MODELS_DIR SILERO_VAD_ONNX [--quick] [MODEL...]
-//   MODELS_DIR holds digits.{xml,onnx} and convnet.{xml,onnx}; naming models (digits,
-//   silero_vad, convnet) runs only those.
+//   MODELS_DIR holds digits.{xml,onnx}, convnet.{xml,onnx} and wide_mlp.{xml,onnx}; naming
+//   models (digits, silero_vad, convnet, wide_mlp) runs only those. The large model also gets
+//   its memory weighed: resident memory per network and the peak of a creation.
 #include <kel/c/kel.h>
+#include <malloc.h>
 #include <onnxruntime_cxx_api.h>
+#include <unistd.h>
 
 #include <algorithm>
 #include <chrono>
@@ -454,6 +457,108 @@ double memcpyMicros(size_t bytes) {
 
 }  // namespace
 
+// ---- Memory: what a network keeps, and what its creation needs at its peak -------------
+size_t residentBytes() {
+    long pages = 0, resident = 0;
+    if (FILE* f = std::fopen("/proc/self/statm", "r")) {
+        if (std::fscanf(f, "%ld %ld", &pages, &resident) != 2) resident = 0;
+        std::fclose(f);
+    }
+    return static_cast<size_t>(resident) * static_cast<size_t>(sysconf(_SC_PAGESIZE));
+}
+
+// The resident high-water mark since the last resetPeak (Linux: VmHWM, reset through clear_refs).
+size_t peakBytes() {
+    std::ifstream status("/proc/self/status");
+    for (std::string line; std::getline(status, line);)
+        if (line.rfind("VmHWM:", 0) == 0) return std::stoul(line.substr(6)) * 1024;
+    return 0;
+}
+void resetPeak() { std::ofstream("/proc/self/clear_refs") << "5"; }
+
+std::string readAll(const std::string& path) {
+    std::ifstream file(path, std::ios::binary);
+    return {std::istreambuf_iterator<char>(file), std::istreambuf_iterator<char>()};
+}
+
+// One way of making a network: `make` adds one to what `held` keeps; clearing `held` drops all.
+struct MemoryWay {
+    std::function<void()> make, drop;
+};
+
+struct Weight {
+    double per_network_mb = 0, peak_mb = 0;
+};
+
+// Resident memory per network over `count` networks kept at once, and the peak above the
+// starting point of one creation; freed memory is handed back to the system first each time.
+Weight weigh(const MemoryWay& way, int count) {
+    Weight w;
+    malloc_trim(0);
+    resetPeak();
+    const size_t start = residentBytes();
+    way.make();
+    w.peak_mb = static_cast<double>(peakBytes() - start) / 1e6;
+    for (int i = 1; i < count; ++i) way.make();
+    malloc_trim(0);
+    w.per_network_mb = static_cast<double>(residentBytes() - start) / 1e6 / count;
+    way.drop();
+    malloc_trim(0);
+    return w;
+}
+
+void weighLargeModel(const Case& c, Ort::Env& env, int count) {
+    const std::string xml = readAll(c.ir), bin = readAll(c.ir.substr(0, c.ir.size() - 4) + ".bin");
+    const std::string onnx = readAll(c.onnx);
+    const double model_mb = static_cast<double>(onnx.size()) / 1e6;
+    struct Kel {
+        void* h = nullptr;
+        int serial = 0;
+        std::string next() { return "n" + std::to_string(++serial); }
+        void check() {
+            if (!kelHasException(h)) return;
+            std::fprintf(stderr, "kel failed while weighing: %s\n", "see the pending text");
+            std::exit(2);
+        }
+    } kel;
+    kel.h = kelCreate();
+    std::vector<std::tuple<std::unique_ptr<ov::Core>, ov::CompiledModel, ov::InferRequest>> vino;
+    std::vector<std::unique_ptr<Ort::Session>> ort;
+    const auto vinoMake = [&](auto read) {
+        auto core = std::make_unique<ov::Core>();  // as kel: a Core per network
+        auto compiled = core->compile_model(read(*core), "CPU");
+        auto request = compiled.create_infer_request();
+        vino.emplace_back(std::move(core), std::move(compiled), std::move(request));
+    };
+    const MemoryWay kelDrop{nullptr, [&] { kelDestory(kel.h); kel.h = kelCreate(); kel.serial = 0; }};
+    const std::tuple<const char*, MemoryWay, MemoryWay> ways[] = {
+        {"OpenVINO, IR files",
+         {[&] { kelCreateNetByFiles(kel.h, "OpenVINO", kel.next().c_str(), "CPU", c.ir.c_str(), nullptr); kel.check(); }, kelDrop.drop},
+         {[&] { vinoMake([&](ov::Core& core) { return core.read_model(c.ir); }); }, [&] { vino.clear(); }}},
+        {"OpenVINO, IR buffers",
+         {[&] { kelCreateNetByBuffers(kel.h, "OpenVINO", kel.next().c_str(), "CPU", xml.data(), xml.size(), bin.data(), bin.size()); kel.check(); }, kelDrop.drop},
+         {[&] { vinoMake([&](ov::Core& core) {
+                return core.read_model(xml, ov::Tensor(ov::element::u8, {bin.size()}, const_cast<char*>(bin.data())));
+            }); }, [&] { vino.clear(); }}},
+        {"WindowsML, ONNX file",
+         {[&] { kelCreateNetByFiles(kel.h, "WindowsML", kel.next().c_str(), "CPU", c.onnx.c_str(), nullptr); kel.check(); }, kelDrop.drop},
+         {[&] { ort.push_back(std::make_unique<Ort::Session>(env, c.onnx.c_str(), Ort::SessionOptions{})); }, [&] { ort.clear(); }}},
+        {"WindowsML, ONNX buffer",
+         {[&] { kelCreateNetByBuffers(kel.h, "WindowsML", kel.next().c_str(), "CPU", onnx.data(), onnx.size(), nullptr, 0); kel.check(); }, kelDrop.drop},
+         {[&] { ort.push_back(std::make_unique<Ort::Session>(env, onnx.data(), onnx.size(), Ort::SessionOptions{})); }, [&] { ort.clear(); }}},
+    };
+    std::printf("\nMemory of %s (%.1f MB of weights), %d networks kept at once, MB; kel / raw (ratio); "
+                "creation peak above the start, kel / raw (kel's extra, in copies of the model):\n\n"
+                "| engine, source | resident per network | creation peak |\n|---|---|---|\n",
+                c.name.c_str(), model_mb, count);
+    for (const auto& [label, kelWay, rawWay] : ways) {
+        const Weight k = weigh(kelWay, count), r = weigh(rawWay, count);
+        std::printf("| %s | %s | %.1f / %.1f (%+.2f) |\n", label, cell(k.per_network_mb, r.per_network_mb, "%.1f").c_str(),
+                    k.peak_mb, r.peak_mb, (k.peak_mb - r.peak_mb) / model_mb);
+    }
+    kelDestory(kel.h);
+}
+
 int main(int argc, char** argv) {
     if (argc < 3) {
         std::fprintf(stderr, "usage: %s MODELS_DIR SILERO_VAD_ONNX [--quick] [MODEL...]\n", argv[0]);
@@ -494,6 +599,13 @@ int main(int argc, char** argv) {
         Case c{"convnet", dir + "/convnet.xml", dir + "/convnet.onnx", {}, {}, {}, 10, 30, 10, 25};
         c.inputs.push_back({"image", {1, 3, 128, 128}, ov::element::f32, {}, {}});
         c.outputs.push_back({"scores", {1, 10}, ov::element::f32, {}, {}});
+        cases.push_back(c);
+    }
+    {
+        Case c{"wide_mlp", dir + "/wide_mlp.xml", dir + "/wide_mlp.onnx", {}, {}, {}, 5, 10, 10, 5};
+        c.session_creations = 9;
+        c.inputs.push_back({"features", {1, 1024}, ov::element::f32, {}, {}});
+        c.outputs.push_back({"embedding", {1, 1024}, ov::element::f32, {}, {}});
         cases.push_back(c);
     }
     if (!only.empty())
@@ -593,6 +705,9 @@ int main(int argc, char** argv) {
                 "and outputs out):\n\n| model | bytes | one memcpy of them, p50 µs |\n|---|---|---|\n");
     for (auto& [name, bytes] : copied)
         std::printf("| %s | %zu | %.2f |\n", name.c_str(), bytes, memcpyMicros(bytes));
+
+    for (auto& c : cases)
+        if (c.name == "wide_mlp") weighLargeModel(c, env, quick ? 1 : 4);
 
     kelDestory(g_kel);
     for (auto& r : rows)

@@ -1,8 +1,10 @@
-"""Writes the benchmark's convolutional network as ONNX and as OpenVINO IR.
+"""Writes the benchmark's generated networks as ONNX and as OpenVINO IR.
 
-Four 3x3 convolutions with ReLU (about 460 MFLOPs on a 1x3x128x128 image), global average
-pooling and a 10-way linear head. Weights come from a fixed seed, so every build benchmarks
-the same network. Usage: make_convnet.py OUT_DIR
+convnet: four 3x3 convolutions with ReLU (about 460 MFLOPs on a 1x3x128x128 image), global
+average pooling and a 10-way linear head. wide_mlp: a large model, three fully connected
+layers (1024 -> 8192 -> 2048 -> 1024, ReLU between) whose 104 MB of weights dominate its
+memory. Weights come from a fixed seed, so every build benchmarks the same networks.
+Usage: make_convnet.py OUT_DIR
 """
 import os
 import sys
@@ -13,8 +15,36 @@ from onnx import TensorProto, helper, numpy_helper
 import openvino as ov
 
 
+def save(model, out_dir, name):
+    model.ir_version = 8
+    onnx.checker.check_model(model)
+    onnx_path = os.path.join(out_dir, name + ".onnx")
+    onnx.save(model, onnx_path)
+    # The IR keeps FP32 weights, so both engines run the same arithmetic.
+    ov.save_model(ov.convert_model(onnx_path), os.path.join(out_dir, name + ".xml"), compress_to_fp16=False)
+
+
+def wide_mlp(out_dir):
+    rng = np.random.default_rng(9)
+    nodes, inits, x = [], [], "features"
+    widths = [1024, 8192, 2048, 1024]
+    for i, (fan_in, fan_out) in enumerate(zip(widths, widths[1:])):
+        w = rng.normal(0, np.sqrt(2.0 / fan_in), (fan_in, fan_out)).astype(np.float32)
+        inits += [numpy_helper.from_array(w, f"w{i}"), numpy_helper.from_array(np.zeros(fan_out, np.float32), f"b{i}")]
+        y = "embedding" if i == len(widths) - 2 else f"h{i}"
+        nodes.append(helper.make_node("Gemm", [x, f"w{i}", f"b{i}"], [y if y == "embedding" else f"g{i}"]))
+        if y != "embedding":
+            nodes.append(helper.make_node("Relu", [f"g{i}"], [y]))
+        x = y
+    graph = helper.make_graph(
+        nodes, "wide_mlp", [helper.make_tensor_value_info("features", TensorProto.FLOAT, [1, widths[0]])],
+        [helper.make_tensor_value_info("embedding", TensorProto.FLOAT, [1, widths[-1]])], inits)
+    save(helper.make_model(graph, opset_imports=[helper.make_opsetid("", 13)]), out_dir, "wide_mlp")
+
+
 def main(out_dir):
     os.makedirs(out_dir, exist_ok=True)
+    wide_mlp(out_dir)
     rng = np.random.default_rng(8)
     nodes, inits = [], []
     x = "image"
@@ -39,14 +69,7 @@ def main(out_dir):
         nodes, "convnet",
         [helper.make_tensor_value_info("image", TensorProto.FLOAT, [1, 3, 128, 128])],
         [helper.make_tensor_value_info("scores", TensorProto.FLOAT, [1, 10])], inits)
-    model = helper.make_model(graph, opset_imports=[helper.make_opsetid("", 13)])
-    model.ir_version = 8
-    onnx.checker.check_model(model)
-    onnx_path = os.path.join(out_dir, "convnet.onnx")
-    onnx.save(model, onnx_path)
-    # The IR keeps FP32 weights, so both engines run the same arithmetic.
-    ov.save_model(ov.convert_model(onnx_path), os.path.join(out_dir, "convnet.xml"),
-                  compress_to_fp16=False)
+    save(helper.make_model(graph, opset_imports=[helper.make_opsetid("", 13)]), out_dir, "convnet")
 
 
 if __name__ == "__main__":
