@@ -145,11 +145,9 @@ std::vector<Row> badCalls() {
     const std::vector<std::uint64_t> tooMany(8, 1);
     return {
         REFUSED("string_length and version_string are empty!", kelVersion, "NoSuchEngine", nullptr, nullptr),
-        REFUSED("index -1 is out of range!", kelGetSupportDeviceLength, OV, -1),
         REFUSED("identifier pointer is empty!", kelCreateNetByFiles, OV, nullptr, nullptr, nullptr, nullptr),
         REFUSED("network_buffer pointer is empty!", kelCreateNetByBuffers, OV, "x", "CPU", text, 0, nullptr, 0),
         REFUSED("builtin_model_id pointer is empty!", kelCreateNetByBuiltin, OV, "x", nullptr, nullptr),
-        REFUSED("index 1 is out of range!", kelGetCreatedNetworkIdentifierLength, 1),
         REFUSED("engine_name pointer is empty!", kelGetCurrentEngine, nullptr),
         REFUSED("identifier_name pointer is empty!", kelGetCurrentIdentifier, nullptr),
         REFUSED("device_name pointer is empty!", kelGetCurrentNetworkDevice, nullptr),
@@ -160,7 +158,6 @@ std::vector<Row> badCalls() {
         ROW(kelGetLayerPrecision, "out", nullptr, nullptr, nullptr),
         REFUSED("[KEL Exception] kel/c/kelGetInputLayer.cpp:", kelGetInputLayer, 0, nullptr),  // where it checks
         REFUSED("layer_name pointer is empty!", kelGetOutputLayer, -1, nullptr),
-        REFUSED("index 1 is out of range!", kelGetOutputLayer, 1, text),  // its own check, not the shared one
         REFUSED("pointers both empty!", kelGetEngineMutableProperties, nullptr, 0, nullptr, nullptr, nullptr, nullptr,
                 OV),
         // Hosts fetch a key and its value in two calls: all four outputs at once are refused.
@@ -202,6 +199,37 @@ TEST_F(Flat, BadArgumentsNothingWithoutAHandleAClearErrorOrNothingWithOneAndNoth
     // The network made before the bad calls still runs.
     kelInfer(h);
     EXPECT_EQ(t::pendingText(h), "");
+}
+
+// Every index a flat function takes is checked against its list: -1 and one past the end are
+// refused. {function, the list's length, the call with an index}
+TEST_F(Flat, EveryIndexIsCheckedAgainstItsList) {
+    const char* OV = "OpenVINO";
+    kelGetSupportDeviceNumber(h, OV);
+    const std::tuple<const char*, int, std::function<void(int)>> rows[] = {
+        {"SupportEngineLength", kelGetSupportEngineNumber(h), [&](int i) { kelGetSupportEngineLength(h, i); }},
+        {"SupportEngine", kelGetSupportEngineNumber(h), [&](int i) { kelGetSupportEngine(h, i, text); }},
+        {"SupportDeviceLength", kelGetSupportDeviceNumber(h, OV), [&](int i) { kelGetSupportDeviceLength(h, OV, i); }},
+        {"SupportDevice", kelGetSupportDeviceNumber(h, OV), [&](int i) { kelGetSupportDevice(h, OV, i, text); }},
+        {"BuiltinModelLength", kelGetSupportBuiltinModelNumber(h, OV),
+         [&](int i) { kelGetSupportBuiltinModelLength(h, OV, i); }},
+        {"BuiltinModelID", kelGetSupportBuiltinModelNumber(h, OV), [&](int i) { kelGetSupportBuiltinModelID(h, OV, i, text); }},
+        {"IdentifierLength", kelGetCreatedNetworkIdentifiersNumber(h),
+         [&](int i) { kelGetCreatedNetworkIdentifierLength(h, i); }},
+        {"Identifier", kelGetCreatedNetworkIdentifiersNumber(h), [&](int i) { kelGetCreatedNetworkIdentifier(h, i, text); }},
+        {"InputLayerLength", kelGetInputLayerNumber(h), [&](int i) { kelGetInputLayerLength(h, i); }},
+        {"InputLayer", kelGetInputLayerNumber(h), [&](int i) { kelGetInputLayer(h, i, text); }},
+        {"OutputLayerLength", kelGetOutputLayerNumber(h), [&](int i) { kelGetOutputLayerLength(h, i); }},
+        {"OutputLayer", kelGetOutputLayerNumber(h), [&](int i) { kelGetOutputLayer(h, i, text); }},
+    };
+    for (const auto& [function, count, call] : rows)
+        for (int i : {-1, count}) {
+            call(i);
+            // kelGetOutputLayer's own check is the bare standard text, the others kel's.
+            const std::string line = "index " + std::to_string(i) + " is out of range!", got = t::takeText(h);
+            EXPECT_TRUE(std::string(function) == "OutputLayer" ? got == line : got.find("\n" + line + "\n") != std::string::npos)
+                << function << ": " << got;
+        }
 }
 
 // Every pointer a flat function checks, when it is the only null one, is refused under its own
