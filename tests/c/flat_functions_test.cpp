@@ -113,17 +113,19 @@ TEST_F(Flat, PropertyFunctionsFollowTheirConventions) {
     const char* OV = "OpenVINO";
     // The count ignores the index; a key and its value come in separate calls.
     int count = 0, kl = 0, vl = 0, type = -7;
-    kelGetEngineMutableProperties(h, &count, 99, nullptr, nullptr, nullptr, nullptr, OV);
+    EXPECT_EQ(kelGetEngineMutableProperties(h, &count, 99, nullptr, nullptr, nullptr, nullptr, OV), 0);
     kelGetEngineMutableProperties(h, nullptr, count - 1, &kl, nullptr, &vl, nullptr, OV);
     std::string key(static_cast<std::size_t>(kl), '\0'), value(static_cast<std::size_t>(vl), '\0');
     kelGetEngineMutableProperties(h, nullptr, count - 1, nullptr, key.data(), nullptr, value.data(), OV);
     EXPECT_THAT(value, testing::AnyOf("std::string", "std::filesystem::path"));
     // The type id is the alternative's index: 1 for a text.
-    kelGetDevicePropertyTypeID(h, &type, OV, "CPU", "FULL_DEVICE_NAME");
+    EXPECT_EQ(kelGetDevicePropertyTypeID(h, &type, OV, "CPU", "FULL_DEVICE_NAME"), 0);
     EXPECT_EQ(type, 1);
+    EXPECT_EQ(kelGetDevicePropertyTypeString(h, &kl, nullptr, 1, OV, "CPU", "FULL_DEVICE_NAME"), 0);
+    EXPECT_EQ(kelGetDeviceSupportPropertiesByIndex(h, &kl, nullptr, 0, OV, "CPU"), 0);
     // Unknown type names are ignored; a path arrives as a path (a text for CACHE_DIR is refused).
     kelSetEnginePropertyForNetwork(h, OV, "n", "RUNTIME_STREAMS_NUMBER", "std::String", "abc");
-    kelSetEnginePropertyForNetwork(h, OV, "n", "CACHE_DIR", "std::filesystem::path", L"/tmp/x");
+    EXPECT_EQ(kelSetEnginePropertyForNetwork(h, OV, "n", "CACHE_DIR", "std::filesystem::path", L"/tmp/x"), 0);
     EXPECT_EQ(t::takeText(h), "");
 }
 

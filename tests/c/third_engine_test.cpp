@@ -81,7 +81,11 @@ public:
     std::unordered_map<std::string, std::string> getEngineMutableProperties() override { return {}; }
     std::string version() override { return "1.0.0"; }
     kel::DevicePropertyValue getDeviceProperty(Text device, Text property) override {
-        if (device == "CPU" && property == "M") return std::unordered_map<std::string, float>{};
+        if (device != "CPU") return {};
+        if (property == "M") return std::unordered_map<std::string, float>{};
+        if (property == "u") return std::uint64_t{7};
+        if (property == "f") return 1.5f;
+        if (property == "b") return true;
         kel::DevicePropertyValue value;
         if (property == "lost") {  // left without a value by a failed assignment
             using Map = std::unordered_map<std::string, float>;
@@ -113,6 +117,18 @@ TEST(ThirdEngine, OneClassAndOneRegistrationLineReachTheFlatInterface) {
     // An empty map has no key 0 to read.
     kelGetDevicePropertyTypeUnorderedMap_String_Float(h, nullptr, 0, nullptr, nullptr, &x, 2, "Doubler", "CPU", "M");
     EXPECT_EQ(kel::test::takeText(h), "invalid vector subscript");
+    // Each typed value reads back whole, and the readers answer 0.
+    std::uint64_t u = 0;
+    float f = 0;
+    bool b = false;
+    int n = -1;
+    EXPECT_EQ(kelGetDevicePropertyTypeGeneral(h, &u, 3, "Doubler", "CPU", "u"), 0);
+    EXPECT_EQ(kelGetDevicePropertyTypeGeneral(h, &f, 4, "Doubler", "CPU", "f"), 0);
+    EXPECT_EQ(kelGetDevicePropertyTypeGeneral(h, &b, 5, "Doubler", "CPU", "b"), 0);
+    EXPECT_EQ(kelGetDevicePropertyTypeUnorderedMap_String_Float(h, &n, 0, nullptr, nullptr, nullptr, 2, "Doubler", "CPU",
+                                                                "M"), 0);
+    EXPECT_EQ(kelGetDeviceSupportPropertiesNumber(h, &n, "Doubler", "CPU"), 0);
+    EXPECT_EQ(std::make_tuple(u, f, b, n), std::make_tuple(std::uint64_t{7}, 1.5f, true, 0));
     // A value without an alternative has type id -1, which no reader takes.
     int type = 0;
     kelGetDevicePropertyTypeID(h, &type, "Doubler", "CPU", "lost");
