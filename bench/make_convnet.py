@@ -28,14 +28,15 @@ def wide_mlp(out_dir):
     rng = np.random.default_rng(9)
     nodes, inits, x = [], [], "features"
     widths = [1024, 8192, 2048, 1024]
-    for i, (fan_in, fan_out) in enumerate(zip(widths, widths[1:])):
+    layers = list(zip(widths, widths[1:]))
+    for i, (fan_in, fan_out) in enumerate(layers):
         w = rng.normal(0, np.sqrt(2.0 / fan_in), (fan_in, fan_out)).astype(np.float32)
         inits += [numpy_helper.from_array(w, f"w{i}"), numpy_helper.from_array(np.zeros(fan_out, np.float32), f"b{i}")]
-        y = "embedding" if i == len(widths) - 2 else f"h{i}"
-        nodes.append(helper.make_node("Gemm", [x, f"w{i}", f"b{i}"], [y if y == "embedding" else f"g{i}"]))
-        if y != "embedding":
-            nodes.append(helper.make_node("Relu", [f"g{i}"], [y]))
-        x = y
+        last = i == len(layers) - 1
+        nodes.append(helper.make_node("Gemm", [x, f"w{i}", f"b{i}"], ["embedding" if last else f"g{i}"]))
+        if not last:
+            nodes.append(helper.make_node("Relu", [f"g{i}"], [f"h{i}"]))
+            x = f"h{i}"
     graph = helper.make_graph(
         nodes, "wide_mlp", [helper.make_tensor_value_info("features", TensorProto.FLOAT, [1, widths[0]])],
         [helper.make_tensor_value_info("embedding", TensorProto.FLOAT, [1, widths[-1]])], inits)
