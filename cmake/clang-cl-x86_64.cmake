@@ -56,9 +56,10 @@ if(NOT DEFINED ENV{KEL_MSVC_SYSROOT})
 endif()
 set(KEL_MSVC_SYSROOT $ENV{KEL_MSVC_SYSROOT})
 
-# Include order as MSVC's: the runtime's own headers (ours over Wine's where the ABI needs
-# more), the STL, then the SDK. -imsvc makes them system headers, out of the reach of /W4.
-set(_flags "/X /GS- -fms-compatibility-version=19.44 -DWINE_UNICODE_NATIVE -D_USE_STD_VECTOR_ALGORITHMS=0")
+# Warnings are errors in every target, kel's, its programs' and plugins'. Include order as
+# MSVC's: the runtime's own headers (ours over Wine's where the ABI needs more), the STL, then
+# the SDK. -imsvc makes them system headers, out of the reach of /W4.
+set(_flags "/X /GS- /WX -fms-compatibility-version=19.44 -DWINE_UNICODE_NATIVE -D_USE_STD_VECTOR_ALGORITHMS=0")
 foreach(dir ${CMAKE_CURRENT_LIST_DIR}/msvc/include $ENV{KEL_MSVC_STL}/inc
             $ENV{KEL_MSVC_SYSROOT}/include/msvcrt $ENV{KEL_MSVC_SYSROOT}/include/windows)
   string(APPEND _flags " -imsvc${dir}")
