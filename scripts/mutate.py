@@ -152,6 +152,7 @@ def main():
         if not os.path.exists(there) or not filecmp.cmp(os.path.join(ROOT, f), there, shallow=False):
             os.makedirs(os.path.dirname(there), exist_ok=True)
             shutil.copy2(os.path.join(ROOT, f), there)
+            os.utime(there)  # newer than what a mutant (or a stopped run) built from it
     if a.windows:
         configure = f"cmake -S {src} -B {build} -G Ninja -DCMAKE_TOOLCHAIN_FILE={src}/cmake/clang-cl-x86_64.cmake"
         suite = f"bash {src}/tests/windows/run.sh {build}"
