@@ -68,6 +68,8 @@ TEST(Handle, ErrorChannelVersionTextsAndTheCallbackBoundary) {
         kelGetDevicePropertyTypeUnorderedMap_String_Float(nullptr, &i, 0, nullptr, nullptr, nullptr, 2, OV, "CPU", "P"),
         kelGetDevicePropertyTypeGeneral(nullptr, &i, 4, OV, "CPU", "P"),
         kelSetEnginePropertyForNetwork(nullptr, OV, "n", "CACHE_DIR", "std::string", "x"),
+        // Reserved: -1 always.
+        kelGetPluginModelVersionLengthWithString(nullptr, "m"), kelGetPluginModelVersionLengthWithWstring(nullptr, L"m"),
     };
     for (int result : failures) EXPECT_EQ(result, -1) << i++;
 }
