@@ -193,7 +193,11 @@ def main():
                 break
     # Leave the copy built from the original sources.
     sh(f"ninja -C {build}")
-    report(part_dir, done, size, a.seed)
+    latest = {}
+    for line in open(results_path):
+        r = json.loads(line)
+        latest[r["mutant"]] = r
+    report(part_dir, latest, size, a.seed)
 
 
 def run_mutant(f, m, a, part_dir, src, build, objects, suite, done, results):
@@ -242,7 +246,10 @@ def reasoned_equivalents():
 
 def report(part_dir, done, size, seed):
     reasons = reasoned_equivalents()
-    rows = list(done.values())
+    # Only mutants of the sources as they are now: a file that changed has new mutants.
+    current = {f: f.replace("/", "__") + "." + hashlib.sha256(open(os.path.join(ROOT, f), "rb").read()).hexdigest()[:16]
+               for f in {r["file"] for r in done.values()} if os.path.exists(os.path.join(ROOT, f))}
+    rows = [r for r in done.values() if r["mutant"].split("/")[1] == current.get(r["file"])]
     for r in rows:
         if r["status"] == "survived" and (r["file"], r["after"]) in reasons:
             r["status"], r["why"] = "equivalent", reasons[(r["file"], r["after"])]

@@ -89,6 +89,8 @@ TEST_F(OpenvinoProperties, EachKeyReachesTheDevicesItIsForAndOldAcceleratorDrive
          "\"THROUGHPUT\", \"LATENCY\" or \"CUMULATIVE_THROUGHPUT\"."},
         {"AUTO", "DEVICE_PERFORMANCE_MODE",
          "Bad any_cast: DEVICE_PERFORMANCE_MODE type is std::string. Please check your property value type."},
+        {"AUTO", "RUNTIME_STREAMS_NUMBER=99999999999",
+         "stoi argument out of range: RUNTIME_STREAMS_NUMBER type is std::string. Please check your property value type."},
     };
     for (const auto& [device, given, want] : rows) EXPECT_EQ(configure(device, given), want) << given;
 }
