@@ -490,31 +490,33 @@ struct Weight {
     double per_network_mb = 0, peak_mb = 0;
 };
 
-// Resident memory per network over `count` networks kept at once, and the peak above the
-// starting point of one creation, the lowest of five: ONNX Runtime's creation peak is bimodal,
-// about 25 MB apart, on either side alike. Freed memory goes back to the system first each time.
-Weight weigh(const MemoryWay& way, int count) {
-    Weight w;
-    std::vector<double> peaks;
-    for (int round = 0; round < 5; ++round) {
-        malloc_trim(0);
-        resetPeak();
-        const size_t start = residentBytes();
-        way.make();
-        peaks.push_back(static_cast<double>(peakBytes() - start) / 1e6);
-        if (round == 4) {
+// kel's and raw's memory, round by round in turn so that whatever drifts in the process (the
+// allocator's arenas, the runtimes' caches) falls on both alike. Each round: the peak of one
+// creation above the memory before it, then `count` networks kept at once and their resident
+// memory per network. Peaks: the lowest of the rounds (ONNX Runtime's creation peak is bimodal,
+// about 25 MB apart, on either side alike); per network: the median of the rounds (OpenVINO's
+// moves by some MB from round to round). Freed memory goes back to the system first each time.
+std::pair<Weight, Weight> weigh(const MemoryWay& kel, const MemoryWay& raw, int count, int rounds) {
+    std::vector<double> peaks[2], perNetwork[2];
+    for (int round = 0; round < rounds; ++round)
+        for (int side = 0; side < 2; ++side) {
+            const MemoryWay& way = side == 0 ? kel : raw;
+            malloc_trim(0);
+            resetPeak();
+            const size_t start = residentBytes();
+            way.make();
+            peaks[side].push_back(static_cast<double>(peakBytes() - start) / 1e6);
             for (int i = 1; i < count; ++i) way.make();
             malloc_trim(0);
-            w.per_network_mb = static_cast<double>(residentBytes() - start) / 1e6 / count;
+            perNetwork[side].push_back(static_cast<double>(residentBytes() - start) / 1e6 / count);
+            way.drop();
         }
-        way.drop();
-    }
     malloc_trim(0);
-    w.peak_mb = pick(peaks, 0);
-    return w;
+    const auto weight = [&](int side) { return Weight{pick(perNetwork[side], .5), pick(peaks[side], 0)}; };
+    return {weight(0), weight(1)};
 }
 
-void weighLargeModel(const Case& c, Ort::Env& env, int count) {
+void weighLargeModel(const Case& c, Ort::Env& env, int count, int rounds) {
     const std::string xml = readAll(c.ir), bin = readAll(c.ir.substr(0, c.ir.size() - 4) + ".bin");
     const std::string onnx = readAll(c.onnx);
     const double model_mb = static_cast<double>(onnx.size()) / 1e6;
@@ -554,12 +556,13 @@ void weighLargeModel(const Case& c, Ort::Env& env, int count) {
          {[&] { kelCreateNetByBuffers(kel.h, "WindowsML", kel.next().c_str(), "CPU", onnx.data(), onnx.size(), nullptr, 0); kel.check(); }, kelDrop.drop},
          {[&] { ort.push_back(std::make_unique<Ort::Session>(env, onnx.data(), onnx.size(), Ort::SessionOptions{})); }, [&] { ort.clear(); }}},
     };
-    std::printf("\nMemory of %s (%.1f MB of weights), %d networks kept at once, MB; kel / raw (ratio); "
-                "creation peak above the start, kel / raw (kel's extra, in copies of the model):\n\n"
+    std::printf("\nMemory of %s (%.1f MB of weights), MB, kel / raw: resident per network with %d kept at once "
+                "(ratio), the median of %d rounds; creation peak above the start, the lowest of the rounds "
+                "(kel's extra, in copies of the model):\n\n"
                 "| engine, source | resident per network | creation peak |\n|---|---|---|\n",
-                c.name.c_str(), model_mb, count);
+                c.name.c_str(), model_mb, count, rounds);
     for (const auto& [label, kelWay, rawWay] : ways) {
-        const Weight k = weigh(kelWay, count), r = weigh(rawWay, count);
+        const auto [k, r] = weigh(kelWay, rawWay, count, rounds);
         std::printf("| %s | %s | %.1f / %.1f (%+.2f) |\n", label, cell(k.per_network_mb, r.per_network_mb, "%.1f").c_str(),
                     k.peak_mb, r.peak_mb, (k.peak_mb - r.peak_mb) / model_mb);
     }
@@ -714,7 +717,7 @@ int main(int argc, char** argv) {
         std::printf("| %s | %zu | %.2f |\n", name.c_str(), bytes, memcpyMicros(bytes));
 
     for (auto& c : cases)
-        if (c.name == "wide_mlp") weighLargeModel(c, env, quick ? 1 : 4);
+        if (c.name == "wide_mlp") weighLargeModel(c, env, quick ? 1 : 8, quick ? 1 : 5);
 
     kelDestory(g_kel);
     for (auto& r : rows)

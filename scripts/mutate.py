@@ -105,7 +105,7 @@ def plan(table, size, seed):
 
 def main():
     p = argparse.ArgumentParser(description=__doc__, formatter_class=argparse.RawDescriptionHelpFormatter)
-    p.add_argument("--sample", type=int, help="compiled mutants to run (default 240, Windows 30)")
+    p.add_argument("--sample", type=int, help="compiled mutants to run (default 200, Windows 30)")
     p.add_argument("--seed", type=int, default=20261124)
     p.add_argument("--shard", default="1/1", help="K/N: run the K-th of N slices of the files")
     p.add_argument("--timeout", type=int, default=600, help="seconds per mutant's suite")
@@ -114,7 +114,7 @@ def main():
     p.add_argument("--report-only", action="store_true", help="write the report from the results so far")
     p.add_argument("--rejudge", action="store_true", help="run the survivors so far again, against today's tests")
     a = p.parse_args()
-    size = a.sample or (30 if a.windows else 240)
+    size = a.sample or (30 if a.windows else 200)
     k, n = (int(x) for x in a.shard.split("/"))
     part = "windows" if a.windows else "linux"
     part_dir = os.path.join(ROOT, "build-mutate", part)
@@ -128,14 +128,14 @@ def main():
             done[r["mutant"]] = r
     if a.rejudge:
         done = {key: r for key, r in done.items() if r["status"] != "survived"}
-    if a.report_only:
-        report(part_dir, done, size, a.seed)
-        return
-
     tool = os.environ["KEL_MUTATE_TOOL"]
     files = sources(a.windows, a.files)
     table = generate(part_dir, tool, files)
     order = plan(table, size, a.seed)
+    planned = sum(quota for quota, _ in order.values())
+    if a.report_only:
+        report(part_dir, done, size, planned, a.seed)
+        return
     mine = [f for i, f in enumerate(sorted(order)) if i % n == k - 1]
 
     # A copy of the tree, built once; each mutant then rebuilds what it touches.
@@ -166,12 +166,7 @@ def main():
     baseline = os.path.join(part_dir, "baseline")
     if sh(suite, cwd=build, log=baseline + ".log") != 0:
         sys.exit(f"the suite fails on the unmutated copy; see {baseline}.log")
-    objects = {}
-    for f in files:
-        found = glob.glob(os.path.join(build, "CMakeFiles", "kel_internal.dir", f + ".o*"))
-        if found and f.endswith(".cpp"):
-            objects[f] = found[0]
-            shutil.copy2(found[0], os.path.join(part_dir, f.replace("/", "__") + ".o"))
+    objects = baseline_objects(build, part_dir, src)
 
     os.makedirs(os.path.join(part_dir, "logs"), exist_ok=True)
     # Round by round, one more mutant of each file still under its quota, so that a campaign
@@ -197,7 +192,7 @@ def main():
     for line in open(results_path):
         r = json.loads(line)
         latest[r["mutant"]] = r
-    report(part_dir, latest, size, a.seed)
+    report(part_dir, latest, size, planned, a.seed)
 
 
 def run_mutant(f, m, a, part_dir, src, build, objects, suite, done, results):
@@ -210,14 +205,20 @@ def run_mutant(f, m, a, part_dir, src, build, objects, suite, done, results):
     shutil.copy2(m, original)
     os.utime(original)
     status = None
+    # The objects built from f: its own, or for a header those of the sources that include it.
+    # One of them compiles first, so that a mutant that does not compile costs one compilation;
+    # when all come out byte-identical the mutant is equivalent.
+    mine = objects.get(f, [])
+    same = lambda: all(filecmp.cmp(o, saved, shallow=False) for o, saved in mine)
     try:
-        if f in objects:
-            if sh(f"ninja -C {build} {os.path.relpath(objects[f], build)}") != 0:
-                status = "uncompiled"
-            elif filecmp.cmp(objects[f], os.path.join(part_dir, f.replace("/", "__") + ".o"), shallow=False):
-                status = "equivalent"
-        if status is None and sh(f"ninja -C {build}") != 0:
+        if mine and sh(f"ninja -C {build} {os.path.relpath(mine[0][0], build)}") != 0:
             status = "uncompiled"
+        elif f.endswith(".cpp") and mine and same():
+            status = "equivalent"
+        elif sh(f"ninja -C {build}") != 0:
+            status = "uncompiled"
+        elif mine and same():
+            status = "equivalent"
         if status is None:
             rc = sh(f"timeout {a.timeout + 60} bash -c '{suite}'", cwd=build,
                     log=os.path.join(part_dir, "logs", key.replace("/", "__") + ".log"))
@@ -234,6 +235,27 @@ def run_mutant(f, m, a, part_dir, src, build, objects, suite, done, results):
     return status
 
 
+def baseline_objects(build, part_dir, src):
+    """{source or header (repository path): [(library object built from it, its saved copy)]}."""
+    saved_dir = os.path.join(part_dir, "objects")
+    shutil.rmtree(saved_dir, ignore_errors=True)
+    os.makedirs(saved_dir)
+    objects = {}
+    found = sorted(glob.glob(os.path.join(build, "CMakeFiles", "kel_internal.dir", "**", "*.o"), recursive=True))
+    for i, o in enumerate(found):
+        saved = os.path.join(saved_dir, f"{i}.o")
+        shutil.copy2(o, saved)
+        deps = subprocess.check_output(["ninja", "-C", build, "-t", "deps", os.path.relpath(o, build)], text=True)
+        for line in deps.splitlines()[1:]:
+            path = line.strip()
+            if path.startswith(src + os.sep):
+                objects.setdefault(os.path.relpath(path, src), []).append((o, saved))
+    # A source's own object first; for a header, the smallest including source compiles first.
+    for f, pairs in objects.items():
+        pairs.sort(key=lambda pair: (not pair[0].endswith(f + ".o"), os.path.getsize(pair[0])))
+    return objects
+
+
 def reasoned_equivalents():
     """{(file, mutated text): why it behaves as the original}, from mutate-equivalent.txt."""
     table = {}
@@ -244,7 +266,7 @@ def reasoned_equivalents():
     return table
 
 
-def report(part_dir, done, size, seed):
+def report(part_dir, done, size, planned, seed):
     reasons = reasoned_equivalents()
     # Only mutants of the sources as they are now: a file that changed has new mutants.
     current = {f: f.replace("/", "__") + "." + hashlib.sha256(open(os.path.join(ROOT, f), "rb").read()).hexdigest()[:16]
@@ -258,7 +280,8 @@ def report(part_dir, done, size, seed):
     ran = count["killed"] + count["timeout"] + count["survived"]
     score = 100.0 * (count["killed"] + count["timeout"]) / ran if ran else 0.0
     lines = [f"# Mutation report ({os.path.basename(part_dir)}), {time.strftime('%Y-%m-%d')}", "",
-             f"Sample: {size} compiled mutants asked for, seed {seed}.", "",
+             f"Sample: {size} compiled mutants asked for, seed {seed}; each file gets its share and at least "
+             f"one, so the files' quotas come to {planned}.", "",
              "| killed | timed out | survived | equivalent (same object code, or by reason) | not compiled | score |",
              "|---|---|---|---|---|---|",
              f"| {count['killed']} | {count['timeout']} | {count['survived']} | {count['equivalent']} | "

@@ -1,7 +1,7 @@
 #!/usr/bin/env bash
 # A sampled mutation campaign over kel's library sources; see scripts/mutate.py for how it
 # samples and judges. Run it after `bash scripts/test.sh` (it needs the set-up machine):
-#   bash scripts/mutate.sh                  # the Linux sample (240 compiled mutants)
+#   bash scripts/mutate.sh                  # the Linux sample (200 compiled mutants asked for)
 #   bash scripts/mutate.sh --shard 2/4      # one quarter of the files, to spread a campaign
 #   bash scripts/mutate.sh --windows        # the Windows-only files, under Wine (30)
 #   bash scripts/mutate.sh --files kel/cxx/createNetwork.cpp --sample 20

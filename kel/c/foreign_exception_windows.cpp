@@ -20,10 +20,8 @@ std::string foreignExceptionText() noexcept {
                                             static_cast<std::uint32_t>(e.code().value),
                                             message.empty() ? "" : ": ", message))
                 .what();
-        } catch (...) {
-            return unknownExceptionText();
         }
-    } catch (...) {
+    } catch (...) {  // any other type, or building the text failed
         return unknownExceptionText();
     }
 }

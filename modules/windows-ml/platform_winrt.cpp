@@ -5,9 +5,8 @@
 #include <winrt/Windows.Foundation.h>
 #include <winrt/Windows.Storage.Streams.h>
 
-#include <type_traits>
-
 #include "modules/windows-ml/platform.hpp"
+#include "modules/windows-ml/winrt_views.hpp"
 
 namespace kel::windows_ml_platform {
 namespace {
@@ -68,19 +67,7 @@ auto create(const std::vector<std::int64_t>& shape, const IBuffer& buffer) {
 
 template <class TensorClass>
 TensorValues read(const winrt::Windows::Foundation::IInspectable& value) {
-    auto view = value.as<TensorClass>().GetAsVectorView();
-    using E = decltype(view.GetAt(0));
-    const std::uint32_t n = view.Size();
-    if constexpr (std::is_same_v<E, bool>) {
-        // std::vector<bool> is not contiguous, so GetMany fills a plain array first.
-        std::unique_ptr<bool[]> values(new bool[n]);
-        if (n) view.GetMany(0, winrt::array_view<bool>(values.get(), values.get() + n));
-        return std::vector<bool>(values.get(), values.get() + n);
-    } else {
-        std::vector<E> out(n);
-        if (n) view.GetMany(0, out);
-        return out;
-    }
+    return copyAll(value.as<TensorClass>().GetAsVectorView());
 }
 
 class WindowsMlPlatform final : public Platform {

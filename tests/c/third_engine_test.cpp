@@ -82,7 +82,8 @@ public:
     std::string version() override { return "1.0.0"; }
     kel::DevicePropertyValue getDeviceProperty(Text device, Text property) override {
         if (device != "CPU") return {};
-        if (property == "M") return std::unordered_map<std::string, float>{};
+        if (property == "M") return std::unordered_map<std::string, float>{{"a", .5f}, {"b", 2.5f}};
+        if (property == "E") return std::unordered_map<std::string, float>{};
         if (property == "u") return std::uint64_t{7};
         if (property == "f") return 1.5f;
         if (property == "b") return true;
@@ -114,21 +115,31 @@ TEST(ThirdEngine, OneClassAndOneRegistrationLineReachTheFlatInterface) {
     kelInfer(h);
     ASSERT_EQ(kel::test::pendingText(h), "");
     EXPECT_EQ(*static_cast<const float*>(kelGetLayerData(h, "y")), 42);
-    // An empty map has no key 0 to read.
-    kelGetDevicePropertyTypeUnorderedMap_String_Float(h, nullptr, 0, nullptr, nullptr, &x, 2, "Doubler", "CPU", "M");
+    // A map reads entry by entry, up to its last; an empty one has no key 0 to read.
+    std::map<std::string, float> entries;
+    for (int i = 0; i < 2; ++i) {
+        char key[8] = {};
+        int length = 0;
+        kelGetDevicePropertyTypeUnorderedMap_String_Float(h, nullptr, i, &length, key, &x, 2, "Doubler", "CPU", "M");
+        entries[std::string(key, static_cast<std::size_t>(length))] = x;
+    }
+    EXPECT_EQ(entries, (std::map<std::string, float>{{"a", .5f}, {"b", 2.5f}})) << kel::test::pendingText(h);
+    kelGetDevicePropertyTypeUnorderedMap_String_Float(h, nullptr, 2, nullptr, nullptr, &x, 2, "Doubler", "CPU", "M");
+    EXPECT_NE(kel::test::takeText(h).find("\nkey_index value is 2, larger than 1!\n"), std::string::npos);
+    kelGetDevicePropertyTypeUnorderedMap_String_Float(h, nullptr, 0, nullptr, nullptr, &x, 2, "Doubler", "CPU", "E");
     EXPECT_EQ(kel::test::takeText(h), "invalid vector subscript");
     // Each typed value reads back whole, and the readers answer 0.
     std::uint64_t u = 0;
     float f = 0;
     bool b = false;
-    int n = -1;
+    int n = -1, m = -1;
     EXPECT_EQ(kelGetDevicePropertyTypeGeneral(h, &u, 3, "Doubler", "CPU", "u"), 0);
     EXPECT_EQ(kelGetDevicePropertyTypeGeneral(h, &f, 4, "Doubler", "CPU", "f"), 0);
     EXPECT_EQ(kelGetDevicePropertyTypeGeneral(h, &b, 5, "Doubler", "CPU", "b"), 0);
-    EXPECT_EQ(kelGetDevicePropertyTypeUnorderedMap_String_Float(h, &n, 0, nullptr, nullptr, nullptr, 2, "Doubler", "CPU",
+    EXPECT_EQ(kelGetDevicePropertyTypeUnorderedMap_String_Float(h, &m, 0, nullptr, nullptr, nullptr, 2, "Doubler", "CPU",
                                                                 "M"), 0);
     EXPECT_EQ(kelGetDeviceSupportPropertiesNumber(h, &n, "Doubler", "CPU"), 0);
-    EXPECT_EQ(std::make_tuple(u, f, b, n), std::make_tuple(std::uint64_t{7}, 1.5f, true, 0));
+    EXPECT_EQ(std::make_tuple(u, f, b, m, n), std::make_tuple(std::uint64_t{7}, 1.5f, true, 2, 0));
     // A value without an alternative has type id -1, which no reader takes.
     int type = 0;
     kelGetDevicePropertyTypeID(h, &type, "Doubler", "CPU", "lost");

@@ -138,6 +138,24 @@ TEST(Networks, RegistryRulesAndTheirTexts) {
     const std::vector<std::filesystem::path> tooLong{std::string(300, 'x') + ".xml"};
     EXPECT_THAT(t::thrownText([&] { engine.createNetwork("OpenVINO", "n", "CPU", tooLong, {}); }),
                 testing::StartsWith("filesystem error: status: File name too long"));
+    // Core ML names: a ".mlmodel" file or an ".mlpackage" directory are advised to be compiled,
+    // an ".mlmodelc" directory is not advised, any other kind gets the plugin advice.
+    const t::TempDir dir;
+    for (const char* made : {"d.mlpackage", "d.mlmodelc", "d.mlmodel"}) std::filesystem::create_directory(dir / made);
+    t::writeFile(dir / "m.mlmodel", "x");
+    const std::string compiled = "Please use converted \".mlmodelc\" directory for Release. (Could put it in function "
+                                 ".framework \"Resource\" directory)";
+    const std::pair<const char*, std::string> advices[] = {{"m.mlmodel", compiled}, {"d.mlpackage", compiled},
+                                                           {"d.mlmodelc", ""}, {"d.mlmodel", "Please select"}};
+    for (const auto& [name, advised] : advices) {
+        const auto advice = t::capturedStderr([&] {
+            t::thrownText([&] { engine.createNetwork("OpenVINO", "n", "CPU", std::vector{dir / name}, {}); });
+        });
+        const std::string line = "[n] would create by [" + (dir / name).string() +
+                                 "]. Not recommend use native engine model for Release production. " + advised;
+        EXPECT_EQ(advice.find(line) != std::string::npos, !advised.empty()) << name << ": " << advice;
+        EXPECT_EQ(advice.find("Not recommend") != std::string::npos, !advised.empty()) << name;
+    }
     // One network on each engine; creation from files advises plugin models, naming every file.
     engine.registerModelAsInnerID("two_io", t::pluginLibrary("kel_pm_windowsml_two_io"));
     const auto advice = t::capturedStderr([&] { engine.createNetwork("OpenVINO", "net1", "CPU", t::staticIr(), {}); });

@@ -12,12 +12,14 @@
 #include <cstring>
 #include <functional>
 
+#include "kel/cxx/test_hooks.hpp"
 #include "kel/utils/device_enumerator.hpp"
 #include "kel/utils/device_info.hpp"
 #include "kel/utils/platform.hpp"
 #include "kel/utils/shared_library.hpp"
 #include "kel/utils/text.hpp"
 #include "modules/windows-ml/os_version.hpp"
+#include "modules/windows-ml/winrt_views.hpp"
 #include "tests/support/support.hpp"
 
 #ifdef __MINGW32__
@@ -77,6 +79,12 @@ TEST(SetupDi, RowsOfEachClassComeFromTheDeviceDatabaseInEnumerationOrder) {
     EXPECT_EQ(GetDeviceInfo("GPU", "", 0),
               (Rows{row("31.0.101.4575", "Intel kel adapter"), row("23.10.2", "AMD kel adapter")}));
     EXPECT_EQ(GetDeviceInfo("NPU", "", 0), Rows{row("32.0.100.4297", "Intel kel accelerator")});
+    // The engines' table keeps every row of a class.
+    kel::device_info::restartForTesting({});
+    auto& table = kel::device_info::table();
+    for (int waited = 0; !table.ready && waited < 10000; ++waited) Sleep(1);
+    std::lock_guard lock(table.mutex);
+    EXPECT_EQ(table.rows["GPU"], GetDeviceInfo("GPU", "", 0));
 }
 
 // Images built by MinGW, by Wine and by MSVC pass; a cut image and a program do not.
@@ -164,6 +172,15 @@ TEST(OsVersion, IsTheSystemsOwn) {
     const std::array<std::uint32_t, 3> os{info.dwMajorVersion, info.dwMinorVersion,
                                           info.dwBuildNumber & 0xFFFF};
     EXPECT_EQ(kel::windows_ml_platform::osVersion(), os);
+}
+
+// Tensor values leave Windows ML as vector views: every element, from the first, bools too.
+TEST(WinRtViews, EveryElementIsTakenFromTheFirst) {
+    using kel::windows_ml_platform::copyAll;
+    EXPECT_EQ(copyAll(winrt::single_threaded_vector(std::vector<bool>{true, false, false}).GetView()),
+              (std::vector<bool>{true, false, false}));
+    EXPECT_EQ(copyAll(winrt::single_threaded_vector(std::vector<float>{1.5f, 2.5f}).GetView()),
+              (std::vector<float>{1.5f, 2.5f}));
 }
 
 TEST(FlatInterface, PluginDllsAreReleasedAndNoFailureOrExceptionEndsTheHandle) {
