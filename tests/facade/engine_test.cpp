@@ -29,6 +29,7 @@ TEST(Engine, TableAndItsRefusals) {
         {[&] { engine.getDeviceSupportProperties("NoSuchEngine", "AUTO"); },
          "could not get the property for AUTO device."},
         {[&] { engine.getDeviceSupportProperties("OpenVINO", ""); }, "device is empty! "},
+        {[&] { engine.getDeviceProperty("OpenVINO", "", ""); }, "device is empty! "},
         {[&] { engine.getDeviceProperty("OpenVINO", "CPU", ""); }, "supported_property is empty! "},
         {[&] { engine.getEngineMutableProperties("X"); }, "Engine [X] Not supported!"},
         {[&] { engine.setEnginePropertyForNetwork("WindowsML", "n", "CACHE_DIR", std::filesystem::path("/tmp")); },

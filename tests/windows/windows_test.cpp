@@ -12,6 +12,7 @@
 #include <cstring>
 #include <functional>
 
+#include "kel/c/foreign_exception.hpp"
 #include "kel/cxx/test_hooks.hpp"
 #include "kel/utils/device_enumerator.hpp"
 #include "kel/utils/device_info.hpp"
@@ -181,6 +182,15 @@ TEST(WinRtViews, EveryElementIsTakenFromTheFirst) {
               (std::vector<bool>{true, false, false}));
     EXPECT_EQ(copyAll(winrt::single_threaded_vector(std::vector<float>{1.5f, 2.5f}).GetView()),
               (std::vector<float>{1.5f, 2.5f}));
+}
+
+// The code, then the system's message for it ("Call failed." on Wine).
+TEST(ForeignException, AWindowsRuntimeErrorKeepsItsCodeAndMessage) {
+    try {
+        throw winrt::hresult_error(E_FAIL);
+    } catch (...) {
+        EXPECT_THAT(kel::c::foreignExceptionText(), HasSubstr("\nWindows Runtime error 0x80004005: "));
+    }
 }
 
 TEST(FlatInterface, PluginDllsAreReleasedAndNoFailureOrExceptionEndsTheHandle) {
