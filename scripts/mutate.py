@@ -274,7 +274,8 @@ def report(part_dir, done, size, planned, seed):
     # Only mutants of the sources as they are now: a file that changed has new mutants.
     current = {f: f.replace("/", "__") + "." + hashlib.sha256(open(os.path.join(ROOT, f), "rb").read()).hexdigest()[:16]
                for f in {r["file"] for r in done.values()} if os.path.exists(os.path.join(ROOT, f))}
-    rows = [r for r in done.values() if r["mutant"].split("/")[1] == current.get(r["file"])]
+    rows = [r for r in done.values()
+            if r["mutant"].split("/")[1] == current.get(r["file"]) and r["file"] not in NOT_SAMPLED]
     for r in rows:
         if r["status"] == "survived" and (r["file"], r["after"]) in reasons:
             r["status"], r["why"] = "equivalent", reasons[(r["file"], r["after"])]

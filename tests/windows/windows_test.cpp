@@ -101,6 +101,16 @@ TEST(ImageCheck, DllsOfThisMachinePassOthersAreRefusedOrWarnedAbout) {
     kel::test::writeFile(dir / "cut.dll", bytes.substr(0, 100));
     EXPECT_FALSE(kel::utils::checkLibraryImage((dir / "cut.dll").wstring()));
     EXPECT_FALSE(kel::utils::checkLibraryImage((programDir() / "kel_windows_tests.exe").wstring()));
+    for (const char* start : {"XZ", "Mz"}) {  // only "MZ" starts an image
+        kel::test::writeFile(dir / "bad.dll", start + bytes.substr(2));
+        EXPECT_FALSE(kel::utils::checkLibraryImage((dir / "bad.dll").wstring())) << start;
+    }
+    // An empty file cannot be mapped: both reasons, and no architecture.
+    kel::test::writeFile(dir / "empty.dll", "");
+    EXPECT_EQ(capturedStderr([&] {
+                  EXPECT_EQ(kel::utils::getLibraryArchitecture((dir / "empty.dll").wstring()), "WIN-UNKNOWN");
+              }),
+              "Failed to create file mapping.\nFailed to map view of file.\n");
     // Another machine's DLL (the PE header's machine field says ARM64) passes with a warning.
     std::uint32_t pe = 0;
     std::memcpy(&pe, bytes.data() + 60, sizeof pe);
