@@ -13,8 +13,7 @@ void MLEngine::unregisterInnerID(const std::string& innerModelIdentifier) {
     if (users > 0)
         raise("[{}] network(s) is/are using inner model [{}]. Please delete it/them first.", users,
               innerModelIdentifier);
-    const std::string& engine = it->second.engine;
-    if (engine.empty()) raise("engine_name is empty. Please check");
+    const std::string& engine = it->second.engine;  // never empty: registration refuses that
     if (EngineBackend* backend = impl_->findBackend(engine))
         backend->unregisterInnerID(innerModelIdentifier);
     else if (engine != kCoreML)  // a CoreML record has nothing to release in a back-end

@@ -68,23 +68,29 @@ std::string getSystemArchitecture() {
 
 std::string getLibraryArchitecture(const std::wstring& path) {
     // Each failure only reports and carries on; callers have validated the headers before.
+    // A handle closed on the way is forgotten at once: closed again, its number may by then
+    // be another thread's handle.
     HANDLE file = CreateFileW(path.c_str(), GENERIC_READ, FILE_SHARE_READ, nullptr,
                               OPEN_EXISTING, FILE_ATTRIBUTE_NORMAL, nullptr);
+    const auto closeFile = [&file] {
+        if (file != INVALID_HANDLE_VALUE) CloseHandle(file);
+        file = INVALID_HANDLE_VALUE;
+    };
     if (file == INVALID_HANDLE_VALUE) std::cerr << "Failed to open DLL file." << std::endl;
     DWORD size = GetFileSize(file, nullptr);
     if (size == INVALID_FILE_SIZE) {
-        CloseHandle(file);
+        closeFile();
         std::cerr << "Failed to get DLL file size." << std::endl;
     }
     HANDLE mapping = CreateFileMappingW(file, nullptr, PAGE_READONLY, 0, 0, nullptr);
     if (!mapping) {
-        CloseHandle(file);
+        closeFile();
         std::cerr << "Failed to create file mapping." << std::endl;
     }
     auto* view = static_cast<const unsigned char*>(MapViewOfFile(mapping, FILE_MAP_READ, 0, 0, 0));
     if (!view) {
-        CloseHandle(mapping);
-        CloseHandle(file);
+        if (mapping) CloseHandle(mapping);
+        closeFile();
         std::cerr << "Failed to map view of file." << std::endl;
         return "WIN-UNKNOWN";
     }
@@ -103,7 +109,7 @@ std::string getLibraryArchitecture(const std::wstring& path) {
     }
     UnmapViewOfFile(view);
     CloseHandle(mapping);
-    CloseHandle(file);
+    closeFile();
     return text;
 }
 

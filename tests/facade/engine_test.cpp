@@ -23,8 +23,11 @@ TEST(Engine, TableAndItsRefusals) {
     auto loader = +[](const wchar_t*) -> void* { return nullptr; };
     kel::MLEngine engine(loader, loader);  // loaders are accepted and ignored
     EXPECT_EQ(t::thrownText([&] { engine.getCurrentEngine(); }), "invalid unordered_map<K, T> key");
+    EXPECT_NE(engine.version("WindowsML"), engine.version("OpenVINO"));  // each engine answers for itself
     t::expectRefusals({
         {[&] { engine.version("openvino"); }, "Not support openvino engine."},
+        {[&] { engine.getModelInnerIDs("X"); }, "Not support X engine."},
+        {[&] { engine.getSupportedDevices("X"); }, "Not support X engine."},
         // "AUTO" is refused before the engine name is even looked up.
         {[&] { engine.getDeviceSupportProperties("NoSuchEngine", "AUTO"); },
          "could not get the property for AUTO device."},

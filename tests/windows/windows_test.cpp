@@ -3,6 +3,7 @@
 #include <windows.h>
 // windows.h first; initguid.h makes devpkey.h define the keys.
 #include <initguid.h>
+#include <devguid.h>
 #include <devpkey.h>
 #include <setupapi.h>
 #include <winternl.h>
@@ -46,9 +47,14 @@ const fs::path kPlugin = programDir() / "kel_pm_windowsml_two_io.dll";
 
 // A device of the class in Wine's device database, described by the property kel reads for
 // that class, with a driver version unless it is null.
+GUID guidOf(const kel::utils::DeviceClassId& id) {
+    GUID guid{id.data1, id.data2, id.data3, {}};
+    std::copy(id.data4.begin(), id.data4.end(), guid.Data4);
+    return guid;
+}
+
 void addDevice(const kel::utils::DeviceClassId& id, const std::string& description, const wchar_t* version) {
-    GUID cls{id.data1, id.data2, id.data3, {}};
-    std::copy(id.data4.begin(), id.data4.end(), cls.Data4);
+    GUID cls = guidOf(id);
     HDEVINFO set = SetupDiCreateDeviceInfoList(&cls, nullptr);
     SP_DEVINFO_DATA device{};
     device.cbSize = sizeof device;
@@ -70,6 +76,8 @@ TEST(SetupDi, RowsOfEachClassComeFromTheDeviceDatabaseInEnumerationOrder) {
     const auto row = [](std::string version, const std::string& description) {
         return kel::DeviceDriverInfo{version, description + std::string(1, '\0')};  // it keeps its NUL
     };
+    EXPECT_TRUE(guidOf(kProcessorClass) == GUID_DEVCLASS_PROCESSOR);  // the system's classes
+    EXPECT_TRUE(guidOf(kDisplayClass) == GUID_DEVCLASS_DISPLAY);
     addDevice(kProcessorClass, "kel processor", L"1.0.0.1");
     addDevice(kDisplayClass, "Intel kel adapter", L"31.0.101.4575");
     addDevice(kDisplayClass, "kel adapter without a driver version", nullptr);
