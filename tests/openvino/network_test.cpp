@@ -128,6 +128,8 @@ TEST_F(OpenvinoNetworks, DynamicLayersTakeTheHostsDims) {
 
 TEST_F(OpenvinoNetworks, DevicesAreAutoFirstUnknownPropertiesAreNothingAndNoStateIsABadCast) {
     EXPECT_EQ(backend.getSupportedDevices().front(), "AUTO");
+    // Hosts read the properties by index: the order is part of the answer.
+    EXPECT_EQ(backend.getDeviceSupportProperties("CPU"), (std::vector<std::string>{"FULL_DEVICE_NAME", "DEVICE_ARCHITECTURE"}));
     // Not listed by the device, or no such device: nothing, not an error.
     for (const auto& [device, property] : {std::pair{"CPU", "DEVICE_GOPS"}, std::pair{"GPU.3", "FULL_DEVICE_NAME"}})
         EXPECT_TRUE(std::holds_alternative<std::monostate>(backend.getDeviceProperty(device, property)));
