@@ -129,8 +129,6 @@ def main():
         for line in open(results_path):
             r = json.loads(line)
             done[r["mutant"]] = r
-    if a.rejudge:
-        done = {key: r for key, r in done.items() if r["status"] != "survived"}
     tool = os.environ["KEL_MUTATE_TOOL"]
     files = sources(a.windows, a.files)
     table = generate(part_dir, tool, files)
@@ -172,11 +170,21 @@ def main():
     objects = baseline_objects(build, part_dir, src)
 
     os.makedirs(os.path.join(part_dir, "logs"), exist_ok=True)
-    # Round by round, one more mutant of each file still under its quota, so that a campaign
-    # stopped early has sampled every file alike.
-    taken = {f: sum(1 for r in done.values() if r["file"] == f and r["status"] != "uncompiled") for f in mine}
-    pending = {f: [m for m in order[f][1] if os.path.relpath(m, part_dir) not in done] for f in mine}
+    # Only mutants of each file as it is now count (a changed file has new ones).
+    today = {f: os.path.basename(os.path.dirname(table[f][0])) for f in mine if table[f]}
+    of_today = lambda r: r["file"] in today and r["mutant"].split("/")[1] == today[r["file"]]
     with open(results_path, "a") as results:
+        if a.rejudge:  # survivors not equivalent by reason, first
+            reasons = reasoned_equivalents()
+            for r in [r for r in done.values() if r["status"] == "survived" and of_today(r)
+                      and (r["file"], r["after"]) not in reasons]:
+                run_mutant(r["file"], os.path.join(part_dir, r["mutant"]), a, part_dir, src, build, objects, suite,
+                           done, results)
+        taken = {f: sum(1 for r in done.values() if of_today(r) and r["file"] == f and r["status"] != "uncompiled")
+                 for f in mine}
+        pending = {f: [m for m in order[f][1] if os.path.relpath(m, part_dir) not in done] for f in mine}
+        # Round by round, one more mutant of each file still under its quota, so that a campaign
+        # stopped early has sampled every file alike.
         while True:
             progress = False
             for f in mine:
