@@ -266,11 +266,10 @@ ONNXTensorElementDataType ortType(ov::element::Type t) {
 struct OrtSide {
     const Case& c;
     Ort::Env& env;
-    // As kel does: the file read into memory, kept with the session, the session made from
-    // those bytes. Otherwise the runtime reads the file by its path.
+    // As kel does: the file read into memory, the session made from those bytes, which then
+    // go (the session has its own copy). Otherwise the runtime reads the file by its path.
     bool from_memory = false;
     std::unique_ptr<Ort::Session> session, replaced;
-    std::unique_ptr<char[]> bytes, replaced_bytes;
     std::vector<const char*> in_names, out_names;
     std::vector<Ort::Value> ins[2], outs[2];
     std::vector<std::vector<uint8_t>> out_memory;
@@ -285,11 +284,10 @@ struct OrtSide {
         Ort::SessionOptions options;  // kel's back-end sets none either
         replaced = std::move(session);
         if (from_memory) {
-            replaced_bytes = std::move(bytes);
             std::ifstream file(c.onnx, std::ios::binary | std::ios::ate);
             const auto size = static_cast<size_t>(file.tellg());
             // Not zero-filled first, as kel's buffer is not: the read overwrites it.
-            bytes = std::make_unique_for_overwrite<char[]>(size);
+            auto bytes = std::make_unique_for_overwrite<char[]>(size);
             file.seekg(0).read(bytes.get(), static_cast<std::streamsize>(size));
             session = std::make_unique<Ort::Session>(env, bytes.get(), size, options);
         } else {
@@ -328,7 +326,6 @@ struct OrtSide {
     }
     void tidy() {
         replaced.reset();
-        replaced_bytes.reset();
     }
     void infer() {
         session->Run(Ort::RunOptions{nullptr}, in_names.data(), ins[flip].data(), in_names.size(),
