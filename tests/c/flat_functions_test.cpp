@@ -158,14 +158,10 @@ std::vector<Row> badCalls() {
     const std::vector<std::uint64_t> tooMany(8, 1);
     return {
         REFUSED("string_length and version_string are empty!", kelVersion, "NoSuchEngine", nullptr, nullptr),
-        REFUSED("identifier pointer is empty!", kelCreateNetByFiles, OV, nullptr, nullptr, nullptr, nullptr),
-        REFUSED("network_buffer pointer is empty!", kelCreateNetByBuffers, OV, "x", "CPU", text, 0, nullptr, 0),
-        REFUSED("builtin_model_id pointer is empty!", kelCreateNetByBuiltin, OV, "x", nullptr, nullptr),
         REFUSED("engine_name pointer is empty!", kelGetCurrentEngine, nullptr),
         REFUSED("identifier_name pointer is empty!", kelGetCurrentIdentifier, nullptr),
         REFUSED("device_name pointer is empty!", kelGetCurrentNetworkDevice, nullptr),
         REFUSED("dim_length is 0!", kelSetLayerData, "a", values, u64, 0),
-        REFUSED("dim_buffer pointer is empty!", kelSetLayerData, "a", nullptr, nullptr, 4),
         ROW(kelSetLayerData, "a", values, tooMany.data(), tooMany.size()),
         ROW(kelGetLayerDims, "out", nullptr, nullptr),  // writes only what is asked for
         ROW(kelGetLayerPrecision, "out", nullptr, nullptr, nullptr),
@@ -185,8 +181,6 @@ std::vector<Row> badCalls() {
                 i32, 0, nullptr, nullptr, nullptr, 2, OV, "CPU", name),
         REFUSED("Can not get this type_id(1) value! Please check.", kelGetDevicePropertyTypeGeneral, u64, 1, OV,
                 "CPU", name),
-        REFUSED("property_type pointer is empty!", kelSetEnginePropertyForNetwork, OV, "net", "CACHE_DIR", nullptr,
-                nullptr),
         REFUSED("CACHE_DIR need std::filesystem::path type", kelSetEnginePropertyForNetwork, OV, "net", "CACHE_DIR",
                 "std::string", "/tmp"),
         REFUSED("CACHE_DIR need std::filesystem::path type", kelSetEnginePropertyForNetwork, OV, "net", "CACHE_DIR",
