@@ -96,6 +96,9 @@ TEST_F(OpenvinoNetworks, InputsAreBoundNotCopiedAndReadAsTheLayersOwnType) {
         {"u8in", "U8", 1}, {"i8out", "I8", 1}, {"f16in", "FP16", 2}};
     for (const auto& [layer, name, size] : precisions)
         EXPECT_EQ(backend.getLayerPrecision(layer), std::make_tuple(name, size));
+    backend.createNetwork("bool", "CPU", std::vector{test::openvinoModel("bool.xml")}, {});
+    EXPECT_EQ(backend.getLayerPrecision("flag"), std::make_tuple(std::string("BOOL"), std::uint64_t{1}));
+    backend.switchNetwork("types");
 
     // Every accepted pointer type binds, a float one too: the u8 layer reads the first six bytes.
     std::vector<float> packed(2);
@@ -128,6 +131,8 @@ TEST_F(OpenvinoNetworks, DynamicLayersTakeTheHostsDims) {
 
 TEST_F(OpenvinoNetworks, DevicesAreAutoFirstUnknownPropertiesAreNothingAndNoStateIsABadCast) {
     EXPECT_EQ(backend.getSupportedDevices().front(), "AUTO");
+    for (const auto& [device, checked] : {std::pair{"GPU", true}, {"NPU", true}, {"CPU", false}, {"HETERO:GPU", false}})
+        EXPECT_EQ(backend.wantsDriverVersions(device), checked) << device;  // only these compare driver versions
     // Hosts read the properties by index: the order is part of the answer.
     EXPECT_EQ(backend.getDeviceSupportProperties("CPU"), (std::vector<std::string>{"FULL_DEVICE_NAME", "DEVICE_ARCHITECTURE"}));
     // Not listed by the device, or no such device: nothing, not an error.
