@@ -54,6 +54,9 @@ TEST_F(WindowsMlOnnxRuntime, EveryRunSeesItsOwnInputsAndShapes) {
     // output there is nothing to copy.
     const std::vector<ModelBuffer> broken{{"not a model", 11}};
     EXPECT_THROW(engine.createNetwork("broken", "CPU", broken), windows_ml_platform::PlatformError);
+    struct Foreign : windows_ml_platform::Stream {} foreign;  // another runtime's object is refused
+    EXPECT_THROW(windows_ml_platform::makeDefaultPlatform()->storeBytes(foreign, nullptr, 0),
+                 windows_ml_platform::PlatformError);
     create("dynamic_batch");
     EXPECT_THROW(engine.infer(), windows_ml_platform::PlatformError);
     std::vector<float> x(12, 1.0f), moved(12, 5.0f);
