@@ -23,6 +23,10 @@ std::wstring currentModuleDirectory();
 // "LINUX-UNKNOWN" on Linux.
 std::string getSystemArchitecture();
 std::string getLibraryArchitecture(const std::wstring& path);
+#ifdef _WIN32
+// The text of a SYSTEM_INFO processor architecture (PROCESSOR_ARCHITECTURE_*).
+std::string processorArchitectureText(unsigned architecture);
+#endif
 
 // True when the file is a shared-library image of this platform (DLL / ELF ET_DYN that is
 // not a position-independent executable). A foreign architecture only warns.

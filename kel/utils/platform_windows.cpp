@@ -54,16 +54,20 @@ std::wstring currentModuleDirectory() {
     return pos == std::wstring::npos ? std::wstring() : full.substr(0, pos);
 }
 
-std::string getSystemArchitecture() {
-    SYSTEM_INFO info{};
-    GetNativeSystemInfo(&info);
-    switch (info.wProcessorArchitecture) {
+std::string processorArchitectureText(unsigned architecture) {
+    switch (architecture) {
         case 5: return "WIN-ARM";
         case 6: return "WIN-IA64";
         case 9: return "WIN-AMD64";
         case 12: return "WIN-ARM64";
         default: return "WIN-UNKNOWN";
     }
+}
+
+std::string getSystemArchitecture() {
+    SYSTEM_INFO info{};
+    GetNativeSystemInfo(&info);
+    return processorArchitectureText(info.wProcessorArchitecture);
 }
 
 std::string getLibraryArchitecture(const std::wstring& path) {

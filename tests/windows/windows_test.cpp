@@ -113,12 +113,18 @@ TEST(ImageCheck, DllsOfThisMachinePassOthersAreRefusedOrWarnedAbout) {
         kel::test::writeFile(dir / "bad.dll", start + bytes.substr(2));
         EXPECT_FALSE(kel::utils::checkLibraryImage((dir / "bad.dll").wstring())) << start;
     }
-    // An empty file cannot be mapped: both reasons, and no architecture.
+    // A missing or an empty file has no architecture: each failure on the way says so.
     kel::test::writeFile(dir / "empty.dll", "");
-    EXPECT_EQ(capturedStderr([&] {
-                  EXPECT_EQ(kel::utils::getLibraryArchitecture((dir / "empty.dll").wstring()), "WIN-UNKNOWN");
-              }),
-              "Failed to create file mapping.\nFailed to map view of file.\n");
+    const std::pair<const char*, const char*> unreadable[] = {
+        {"missing.dll", "Failed to open DLL file.\nFailed to get DLL file size.\n"}, {"empty.dll", ""}};
+    for (const auto& [name, first] : unreadable)
+        EXPECT_EQ(capturedStderr([&] {
+                      EXPECT_EQ(kel::utils::getLibraryArchitecture((dir / name).wstring()), "WIN-UNKNOWN");
+                  }),
+                  std::string(first) + "Failed to create file mapping.\nFailed to map view of file.\n");
+    const std::pair<unsigned, const char*> processors[] = {
+        {5, "WIN-ARM"}, {6, "WIN-IA64"}, {9, "WIN-AMD64"}, {12, "WIN-ARM64"}, {1, "WIN-UNKNOWN"}};
+    for (const auto& [code, text] : processors) EXPECT_EQ(kel::utils::processorArchitectureText(code), text);
     // Another machine's DLL (the PE header's machine field says ARM64) passes with a warning.
     std::uint32_t pe = 0;
     std::memcpy(&pe, bytes.data() + 60, sizeof pe);
