@@ -81,8 +81,6 @@ int main() {
     check(engine.getCreatedNetworkIdentifiers().size() == 3 && engine.getCurrentIdentifier() == "plugin" &&
               inferStatic(engine),
           "after the failures, the engine as it was");
-    check(thrown([&] { engine.switchNetwork("nothing"); }).find("Network id [nothing] not exists") != std::string::npos,
-          "a refused switch");
     std::printf("%d passed, %d failed\n", passed, failed);
     return failed != 0;
 }

@@ -3,7 +3,6 @@
 #include <windows.h>
 // windows.h first; initguid.h makes devpkey.h define the keys.
 #include <initguid.h>
-#include <devguid.h>
 #include <devpkey.h>
 #include <setupapi.h>
 #include <winternl.h>
@@ -14,7 +13,6 @@
 #include <functional>
 
 #include "kel/c/foreign_exception.hpp"
-#include "kel/cxx/test_hooks.hpp"
 #include "kel/utils/device_enumerator.hpp"
 #include "kel/utils/device_info.hpp"
 #include "kel/utils/platform.hpp"
@@ -76,8 +74,6 @@ TEST(SetupDi, RowsOfEachClassComeFromTheDeviceDatabaseInEnumerationOrder) {
     const auto row = [](std::string version, const std::string& description) {
         return kel::DeviceDriverInfo{version, description + std::string(1, '\0')};  // it keeps its NUL
     };
-    EXPECT_TRUE(guidOf(kProcessorClass) == GUID_DEVCLASS_PROCESSOR);  // the system's classes
-    EXPECT_TRUE(guidOf(kDisplayClass) == GUID_DEVCLASS_DISPLAY);
     addDevice(kProcessorClass, "kel processor", L"1.0.0.1");
     addDevice(kDisplayClass, "Intel kel adapter", L"31.0.101.4575");
     addDevice(kDisplayClass, "kel adapter without a driver version", nullptr);
@@ -88,12 +84,6 @@ TEST(SetupDi, RowsOfEachClassComeFromTheDeviceDatabaseInEnumerationOrder) {
     EXPECT_EQ(GetDeviceInfo("GPU", "", 0),
               (Rows{row("31.0.101.4575", "Intel kel adapter"), row("23.10.2", "AMD kel adapter")}));
     EXPECT_EQ(GetDeviceInfo("NPU", "", 0), Rows{row("32.0.100.4297", "Intel kel accelerator")});
-    // The engines' table keeps every row of a class.
-    kel::device_info::restartForTesting({});
-    auto& table = kel::device_info::table();
-    for (int waited = 0; !table.ready && waited < 10000; ++waited) Sleep(1);
-    std::lock_guard lock(table.mutex);
-    EXPECT_EQ(table.rows["GPU"], GetDeviceInfo("GPU", "", 0));
 }
 
 // Images built by MinGW, by Wine and by MSVC pass; a cut image and a program do not.
@@ -208,15 +198,6 @@ TEST(WinRtViews, EveryElementIsTakenFromTheFirst) {
               (std::vector<float>{1.5f, 2.5f}));
 }
 
-// The code, then the system's message for it ("Call failed." on Wine).
-TEST(ForeignException, AWindowsRuntimeErrorKeepsItsCodeAndMessage) {
-    try {
-        throw winrt::hresult_error(E_FAIL);
-    } catch (...) {
-        EXPECT_THAT(kel::c::foreignExceptionText(), HasSubstr("\nWindows Runtime error 0x80004005: "));
-    }
-}
-
 TEST(FlatInterface, PluginDllsAreReleasedAndNoFailureOrExceptionEndsTheHandle) {
     void* h = kelCreate();
     kelRegisterModelAsInnerIDwithWString(h, "two_io", kPlugin.c_str());
@@ -228,6 +209,11 @@ TEST(FlatInterface, PluginDllsAreReleasedAndNoFailureOrExceptionEndsTheHandle) {
     fs::copy_file(kel::test::dataDir() / "onnx" / "static_two_io.onnx", wide);
     capturedStderr([&] { kelCreateNetByFilesWithWstring(h, "WindowsML", "net", "CPU", wide.c_str(), nullptr); });
     EXPECT_THAT(takeText(h), HasSubstr("\nWindows Runtime error 0x80040154"));  // REGDB_E_CLASSNOTREG
+    try {  // (Wine has no message for that code; it has one for this)
+        throw winrt::hresult_error(E_FAIL);
+    } catch (...) {
+        EXPECT_THAT(kel::c::foreignExceptionText(), HasSubstr("\nWindows Runtime error 0x80004005: "));
+    }
     EXPECT_NE(GetModuleHandleW(kPlugin.c_str()), nullptr);
     kelUnregisterInnerID(h, "two_io");
     EXPECT_EQ(GetModuleHandleW(kPlugin.c_str()), nullptr);
