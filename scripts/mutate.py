@@ -177,7 +177,7 @@ def main():
         if a.rejudge:  # survivors not equivalent by reason, first
             reasons = reasoned_equivalents()
             for r in [r for r in done.values() if r["status"] == "survived" and of_today(r)
-                      and (r["file"], r["after"]) not in reasons]:
+                      and (r["file"], r["after"]) not in reasons and (r["file"], "was: " + r["before"]) not in reasons]:
                 run_mutant(r["file"], os.path.join(part_dir, r["mutant"]), a, part_dir, src, build, objects, suite,
                            done, results)
         taken = {f: sum(1 for r in done.values() if of_today(r) and r["file"] == f and r["status"] != "uncompiled")
@@ -285,8 +285,9 @@ def report(part_dir, done, size, planned, seed):
     rows = [r for r in done.values()
             if r["mutant"].split("/")[1] == current.get(r["file"]) and r["file"] not in NOT_SAMPLED]
     for r in rows:
-        if r["status"] == "survived" and (r["file"], r["after"]) in reasons:
-            r["status"], r["why"] = "equivalent", reasons[(r["file"], r["after"])]
+        why = reasons.get((r["file"], r["after"])) or reasons.get((r["file"], "was: " + r["before"]))
+        if r["status"] == "survived" and why:
+            r["status"], r["why"] = "equivalent", why
     count = {s: sum(1 for r in rows if r["status"] == s)
              for s in ("killed", "timeout", "survived", "equivalent", "uncompiled")}
     ran = count["killed"] + count["timeout"] + count["survived"]
