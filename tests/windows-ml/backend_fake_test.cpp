@@ -146,8 +146,8 @@ TEST_F(WindowsMlFake, LayerRulesInTheirOrder) {
          "not support int* as data type! Support type: void* | const void* | uint8_t* | const uint8_t* "},
         {[&] { engine.setLayerData("x", std::any(static_cast<void*>(nullptr)), {1}, false); }, "data is nullptr."},
         {[&] { engine.setLayerData("d", p, {2, 3, 4}, false); }, "[d] expect dim length is 2, but got 3"},
-        {[&] { engine.setLayerData("d", p, {2, 100000001}, false); },
-         "[d] data_dims the 2 dim is 100000001. The dim num larger than 100'000'000). Please check"},
+        {[&] { engine.setLayerData("d", p, {100000001, 3}, false); },
+         "[d] data_dims the 1 dim is 100000001. The dim num larger than 100'000'000). Please check"},
         // The pointer was stored before the shape was judged; the shape was not.
         {[&] { engine.getLayerDims("d"); }, "d is not static tensor please set layer data first."},
     };
