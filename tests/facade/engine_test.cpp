@@ -146,8 +146,7 @@ TEST(Networks, RegistryRulesAndTheirTexts) {
     const std::vector<std::filesystem::path> tooLong{std::string(300, 'x') + ".xml"};
     EXPECT_THAT(t::thrownText([&] { engine.createNetwork("OpenVINO", "n", "CPU", tooLong, {}); }),
                 testing::StartsWith("filesystem error: status: File name too long"));
-    // Core ML: a ".mlmodel" file or ".mlpackage" directory, compile it; ".mlmodelc", no advice.
-    const t::TempDir dir;
+    const t::TempDir dir;  // Core ML: ".mlmodel" files, ".mlpackage" directories; ".mlmodelc" no advice
     for (const char* made : {"d.mlpackage", "d.mlmodelc", "d.mlmodel"}) std::filesystem::create_directory(dir / made);
     t::writeFile(dir / "m.mlmodel", "x");
     const std::string compiled = "Please use converted \".mlmodelc\" directory for Release. (Could put it in function "

@@ -47,7 +47,7 @@ TEST(GetDeviceInfo, RowsOfEachKindFromTheSysfsTreeWithinTheLimitAndTheFilter) {
                          const char* ids = "pci.ids") {
         return GetDeviceInfo(kind, filter, max, *kel::utils::makeSysfsDeviceEnumerator(root.path(), root / ids));
     };
-    write(root / "proc/cpuinfo", "processor\t: 0\nmodel name\t: Intel(R) Core(TM) i7-1185G7\n\nmodel name\t: Other");
+    write(root / "proc/cpuinfo", "processor\t: 0\nmodel name\t:Intel(R) Core(TM) i7-1185G7 \n\nmodel name\t: Other");
     write(root / "proc/sys/kernel/osrelease", "6.1.0-test");
     write(root / "pci.ids",
           "# comment\n8086  Intel Corporation\n\t7d1d  Meteor Lake NPU\n"

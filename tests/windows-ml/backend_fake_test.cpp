@@ -137,6 +137,7 @@ TEST_F(WindowsMlFake, LayerRulesInTheirOrder) {
         {[&] { engine.getLayerData("d"); }, "[d] layer have dynamic shape. Need set by `setLayerData` API first."},
         {[&] { engine.getLayerDims("d"); }, "d is not static tensor please set layer data first."},
         {[&] { engine.getLayerPrecision("nope"); }, "nope is not found in output and input layers."},
+        {[&] { engine.getLayerDims("nope"); }, "nope is not found in output and input layers."},
         {[&] { engine.setLayerData("x", std::any(), {}, false); }, "data is null."},
         {[&] { engine.setLayerData("x", p, {}, false); }, "data_dims is empty."},
         {[&] { engine.setLayerData("q", p, {0}, false); }, "q is not found in input and output layers."},
