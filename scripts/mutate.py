@@ -177,7 +177,7 @@ def main():
         if a.rejudge:  # survivors not equivalent by reason, first
             reasons = reasoned_equivalents()
             for r in [r for r in done.values() if r["status"] == "survived" and of_today(r)
-                      and (r["file"], r["after"]) not in reasons and (r["file"], "was: " + r["before"]) not in reasons]:
+                      and not any(k in reasons for k in reason_keys(r))]:
                 run_mutant(r["file"], os.path.join(part_dir, r["mutant"]), a, part_dir, src, build, objects, suite,
                            done, results)
         taken = {f: sum(1 for r in done.values() if of_today(r) and r["file"] == f and r["status"] != "uncompiled")
@@ -267,6 +267,12 @@ def baseline_objects(build, part_dir, src):
     return objects
 
 
+def reason_keys(r):
+    """How mutate-equivalent.txt may name a mutant: its text, its line's, or both."""
+    return [(r["file"], r["after"]), (r["file"], "was: " + r["before"]),
+            (r["file"], "was: " + r["before"] + " => " + r["after"])]
+
+
 def reasoned_equivalents():
     """{(file, mutated text): why it behaves as the original}, from mutate-equivalent.txt."""
     table = {}
@@ -285,7 +291,7 @@ def report(part_dir, done, size, planned, seed):
     rows = [r for r in done.values()
             if r["mutant"].split("/")[1] == current.get(r["file"]) and r["file"] not in NOT_SAMPLED]
     for r in rows:
-        why = reasons.get((r["file"], r["after"])) or reasons.get((r["file"], "was: " + r["before"]))
+        why = next((reasons[k] for k in reason_keys(r) if k in reasons), None)
         if r["status"] == "survived" and why:
             r["status"], r["why"] = "equivalent", why
     count = {s: sum(1 for r in rows if r["status"] == s)
