@@ -75,12 +75,16 @@ def worth_building(original, mutant):
     return not (before.startswith(("//", "#", "/*", "*")) or (not before and after in ("break;", "continue;")))
 
 
+def mutants_of_today(f):
+    """The folder of the mutants of f as it is now: a changed file has new ones."""
+    return f.replace("/", "__") + "." + hashlib.sha256(open(os.path.join(ROOT, f), "rb").read()).hexdigest()[:16]
+
+
 def generate(part_dir, tool, files):
     """{file: [mutant paths]}, made once per version of each file."""
     table = {}
     for f in files:
-        digest = hashlib.sha256(open(os.path.join(ROOT, f), "rb").read()).hexdigest()[:16]
-        out = os.path.join(part_dir, "mutants", f.replace("/", "__") + "." + digest)
+        out = os.path.join(part_dir, "mutants", mutants_of_today(f))
         if not os.path.isdir(out):
             tmp = out + ".tmp"
             shutil.rmtree(tmp, ignore_errors=True)
@@ -170,8 +174,7 @@ def main():
     objects = baseline_objects(build, part_dir, src)
 
     os.makedirs(os.path.join(part_dir, "logs"), exist_ok=True)
-    # Only mutants of each file as it is now count (a changed file has new ones).
-    today = {f: os.path.basename(os.path.dirname(table[f][0])) for f in mine if table[f]}
+    today = {f: mutants_of_today(f) for f in mine}
     of_today = lambda r: r["file"] in today and r["mutant"].split("/")[1] == today[r["file"]]
     with open(results_path, "a") as results:
         if a.rejudge:  # survivors not equivalent by reason, first
@@ -286,7 +289,7 @@ def reasoned_equivalents():
 def report(part_dir, done, size, planned, seed):
     reasons = reasoned_equivalents()
     # Only mutants of the sources as they are now: a file that changed has new mutants.
-    current = {f: f.replace("/", "__") + "." + hashlib.sha256(open(os.path.join(ROOT, f), "rb").read()).hexdigest()[:16]
+    current = {f: mutants_of_today(f)
                for f in {r["file"] for r in done.values()} if os.path.exists(os.path.join(ROOT, f))}
     rows = [r for r in done.values()
             if r["mutant"].split("/")[1] == current.get(r["file"]) and r["file"] not in NOT_SAMPLED]
