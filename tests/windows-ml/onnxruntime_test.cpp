@@ -2,6 +2,7 @@
 #include <gtest/gtest.h>
 
 #include <cstring>
+#include <functional>
 
 #include "modules/windows-ml/platform.hpp"
 #include "modules/windows-ml/windows-ml.hpp"
@@ -54,9 +55,19 @@ TEST_F(WindowsMlOnnxRuntime, EveryRunSeesItsOwnInputsAndShapes) {
     // output there is nothing to copy.
     const std::vector<ModelBuffer> broken{{"not a model", 11}};
     EXPECT_THROW(engine.createNetwork("broken", "CPU", broken), windows_ml_platform::PlatformError);
-    struct Foreign : windows_ml_platform::Stream {} foreign;  // another runtime's object is refused
-    EXPECT_THROW(windows_ml_platform::makeDefaultPlatform()->storeBytes(foreign, nullptr, 0),
-                 windows_ml_platform::PlatformError);
+    // Another runtime's objects, and a tensor no evaluation produced, are refused, not used.
+    namespace wmp = windows_ml_platform;
+    const auto platform = wmp::makeDefaultPlatform();
+    struct Foreign : wmp::Stream {} foreign;
+    const float one = 1;
+    const auto made = platform->createTensor(wmp::tensor_kind::Float, {1},
+                                             platform->writeBuffer(reinterpret_cast<const std::uint8_t*>(&one), 4));
+    const std::function<void()> refused[] = {
+        [&] { platform->storeBytes(foreign, nullptr, 0); },
+        [&] { platform->createBinding(std::make_shared<wmp::Session>()); },
+        [&] { platform->readValues(*made, wmp::tensor_kind::Float); },
+    };
+    for (const auto& call : refused) EXPECT_THROW(call(), wmp::PlatformError);
     create("dynamic_batch");
     EXPECT_THROW(engine.infer(), windows_ml_platform::PlatformError);
     std::vector<float> x(12, 1.0f), moved(12, 5.0f);
