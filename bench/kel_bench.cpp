@@ -657,8 +657,7 @@ int weighChild(const Case& c, const std::string& dir, int way, int side, int cou
 // whole creation would cost a whole copy.
 std::string weighLargeModel(const Case& c, const std::string& dir, const std::vector<std::string>& self,
                             int count, int rounds, std::string& heavier) {
-    std::string onnxSize = std::to_string(std::filesystem::file_size(c.onnx));
-    const double model_mb = std::stod(onnxSize) / 1e6;
+    const double model_mb = static_cast<double>(std::filesystem::file_size(c.onnx)) / 1e6;
     std::string table = format("\nMemory of %s (%.1f MB of weights), MB, kel / raw: resident per network with %d kept "
                                "at once (ratio) and the creation peak above the start (kel's extra, in copies of the "
                                "model), the medians of %d processes a side:\n\n"
